@@ -1,0 +1,9 @@
+// What the other subsystems use of the library frame.
+#pragma once
+
+#include "frame/io.h"
+#include "frame/locations.h"
+#include "frame/locks.h"
+#include "frame/log.h"
+#include "frame/path.h"
+#include "frame/raii.h"

@@ -1,0 +1,91 @@
+#include "frame/io.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <glib.h>
+
+#include "frame/log.h"
+#include "frame/path.h"
+#include "kel.h"
+#include "pflash.h"
+
+namespace jx {
+namespace {
+
+int open_real(const char *path, int flags, mode_t mode) { return ::open(path, flags, mode); }
+
+const Io kRealIo = {
+    open_real,           open_stream_nofollow, ::fwrite,         ::fputc,
+    ::fflush,            ::fsync,              ::ftruncate,      ::unlink,
+    ::chmod,             ::fchmod,             ::chown,          ::fchown,
+    ::flock,             kel_system_s,         kel_task_delay,   pflash_open,
+    pflash_write,        pflash_get_contents,  pflash_close,     pflash_recover_file,
+    ::syslog,
+};
+
+Io g_io = kRealIo;
+
+// fopen mode letters to open(2) flags; 'b' and anything after the first
+// letter other than '+' change nothing on Linux.
+int flags_for_mode(const char *mode) {
+    const bool plus = std::strchr(mode, '+') != nullptr;
+    switch (mode[0]) {
+    case 'r': return plus ? O_RDWR : O_RDONLY;
+    case 'w': return (plus ? O_RDWR : O_WRONLY) | O_CREAT | O_TRUNC;
+    case 'a': return (plus ? O_RDWR : O_WRONLY) | O_CREAT | O_APPEND;
+    default: return -1;
+    }
+}
+
+}  // namespace
+
+Io &io() noexcept { return g_io; }
+const Io &real_io() noexcept { return kRealIo; }
+
+FILE *open_stream_nofollow(const char *path, const char *mode) noexcept {
+    if (path == nullptr || mode == nullptr) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    const int flags = flags_for_mode(mode);
+    if (flags < 0) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    const int fd = ::open(path, flags | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (fd < 0) {
+        return nullptr;
+    }
+    FILE *stream = ::fdopen(fd, mode);
+    if (stream == nullptr) {
+        const int saved = errno;
+        ::close(fd);
+        errno = saved;
+    }
+    return stream;
+}
+
+int sync_parent_directory(const char *path) noexcept {
+    const Path dir = parent_of(path);
+    const int fd = io().open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+    if (fd < 0) {
+        const int e = errno;
+        JX_LOG("open directory(%s) failed: errno %d(%s).", dir.c_str(), e, g_strerror(e));
+        return -1;
+    }
+    const int rc = io().fsync(fd);
+    if (rc != 0) {
+        const int e = errno;
+        JX_LOG("fsync directory(%s) failed: errno %d(%s).", dir.c_str(), e, g_strerror(e));
+    }
+    ::close(fd);
+    return rc;
+}
+
+}  // namespace jx

@@ -1,0 +1,81 @@
+#include "frame/locks.h"
+
+#include <atomic>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <glib.h>
+
+#include "frame/io.h"
+#include "frame/locations.h"
+#include "frame/log.h"
+#include "jaxel.h"
+
+namespace jx {
+namespace {
+
+GMutex g_jx_mutex;  // zeroed static storage needs no init call
+int g_jx_reg_fd = -1;
+std::atomic<bool> g_jx_stopped{false};
+
+constexpr uint32_t kLockRetryDelay = 10;
+
+}  // namespace
+
+void lock_fd(int fd) noexcept {
+    if (fd <= 0) {
+        return;
+    }
+    while (io().flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        io().delay(kLockRetryDelay);
+    }
+}
+
+void unlock_fd(int fd) noexcept {
+    if (fd <= 0) {
+        return;
+    }
+    (void)io().flock(fd, LOCK_UN);
+}
+
+bool reboot_flag_set() noexcept {
+    struct stat st;
+    return ::stat(kRebootFlagPath, &st) == 0 && st.st_uid == 0;
+}
+
+int32_t reboot_guard(bool log) noexcept {
+    if (!reboot_flag_set()) {
+        return JX_OK;
+    }
+    if (log) {
+        JX_LOG("reboot processing, operation stopped.");
+    }
+    return JX_ERR_REBOOTING;
+}
+
+LibraryLock::LibraryLock() noexcept { g_mutex_lock(&g_jx_mutex); }
+LibraryLock::~LibraryLock() { g_mutex_unlock(&g_jx_mutex); }
+
+FileLock::FileLock(const LibraryLock &, int fd) noexcept : fd_(fd) { lock_fd(fd_); }
+FileLock::~FileLock() { unlock_fd(fd_); }
+
+int reg_table_fd() noexcept { return g_jx_reg_fd; }
+void set_reg_table_fd(int fd) noexcept { g_jx_reg_fd = fd; }
+
+TableLock::TableLock() noexcept : fd_(g_jx_reg_fd) { lock_fd(fd_); }
+TableLock::~TableLock() { unlock_fd(fd_); }
+
+}  // namespace jx
+
+extern "C" void jx_file_lock(int fd) noexcept { jx::lock_fd(fd); }
+
+extern "C" void jx_file_unlock(int fd) noexcept { jx::unlock_fd(fd); }
+
+// The final stop: the mutex is taken and kept, so no operation that needs it
+// can start again in this process. A repeated call returns at once.
+extern "C" int32_t jx_exit(void) noexcept {
+    if (!jx::g_jx_stopped.exchange(true)) {
+        g_mutex_lock(&jx::g_jx_mutex);
+    }
+    return JX_OK;
+}

@@ -1,0 +1,27 @@
+#include "frame/log.h"
+
+#include <cstdarg>
+#include <unistd.h>
+
+#include <glib/gprintf.h>
+
+#include "frame/io.h"
+#include "frame/path.h"
+#include "safestr.h"
+
+namespace jx {
+
+void log_line(const char *source, int line, const char *format, ...) noexcept {
+    char message[256] = {};
+    va_list args;
+    va_start(args, format);
+    const int rc = vsnprintf_s(message, sizeof message, sizeof message, format, args);
+    va_end(args);
+    if (rc < 0) {
+        g_printf("ERROR: [jaxel][%d]: snprintf_s failed.\n", line);
+    }
+    io().syslog(kLogPriority, "[%d] %s(%d): %s\n", static_cast<int>(getpid()), base_name(source),
+                line, message);
+}
+
+}  // namespace jx

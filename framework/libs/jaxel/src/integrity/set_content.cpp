@@ -1,0 +1,83 @@
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "frame/frame.h"
+#include "integrity/integrity.h"
+#include "integrity/tier.h"
+#include "jaxel.h"
+
+namespace jx {
+namespace {
+
+constexpr int kFlashWriteFlags = O_RDWR | O_CREAT | O_SYNC;
+
+int32_t write_flash(const char *path, const void *buf, uint32_t len) noexcept {
+    void *handle = io().pflash_open(path, kFlashWriteFlags);
+    if (handle == nullptr) {
+        JX_LOG("pflash_open(%s) failed.", base_name(path));
+        return JX_ERR_OPEN;
+    }
+    int32_t rc = JX_OK;
+    if (io().pflash_write(handle, buf, len) < 0) {
+        JX_LOG("pflash_write(%s) failed.", base_name(path));
+        rc = JX_ERR_WRITE;
+    }
+    io().pflash_close(handle);
+    return rc;
+}
+
+// Truncate, write, flush, fsync, in place: a cut between truncation and sync is
+// caught by the side files and repaired by recovery.
+int32_t write_file(const char *path, const void *buf, uint32_t len, bool counted) noexcept {
+    const bool existed = ::access(path, F_OK) == 0;
+    UniqueStream stream(io().fopen(path, "w+"));
+    if (!stream) {
+        const int e = errno;
+        JX_LOG("g_fopen (%s) failed: errno %d(%s).", base_name(path), e, g_strerror(e));
+        return JX_ERR_OPEN;
+    }
+    const size_t written = io().fwrite(buf, 1, len, stream.get());
+    if (written != len) {
+        const int e = errno;
+        JX_LOG("fwrite(%s len %d) failed: wret %d errno %d(%s)", base_name(path),
+               static_cast<int>(len), static_cast<int>(written), e, g_strerror(e));
+        return JX_ERR_WRITE;
+    }
+    if (counted) {
+        add_to_write_counter(kCounterSaveBytes, len);
+    }
+    int32_t rc = JX_OK;
+    if (io().fflush(stream.get()) != 0) {
+        const int e = errno;
+        JX_LOG("jx_set_content fflush(%s) failed:err[%d:%s].", base_name(path), e, g_strerror(e));
+        rc = JX_ERR_WRITE;
+    }
+    if (io().fsync(fileno(stream.get())) != 0) {
+        const int e = errno;
+        JX_LOG("jx_set_content fsync(%s) failed:err[%d:%s].", base_name(path), e, g_strerror(e));
+        rc = JX_ERR_WRITE;
+    }
+    if (rc == JX_OK && !existed && sync_parent_directory(path) != 0) {
+        rc = JX_ERR_WRITE;
+    }
+    return rc;
+}
+
+}  // namespace
+}  // namespace jx
+
+extern "C" int32_t jx_set_content(const char *path, const void *buf, uint32_t len) noexcept {
+    if (path == nullptr) {
+        return JX_ERR_PARAM1;
+    }
+    if (buf == nullptr) {
+        return JX_ERR_PARAM2;
+    }
+    switch (jx::tier_of(path)) {
+    case jx::Tier::kFlash: return jx::write_flash(path, buf, len);
+    case jx::Tier::kSave: return jx::write_file(path, buf, len, true);
+    case jx::Tier::kPlain: break;
+    }
+    return jx::write_file(path, buf, len, false);
+}

@@ -1,0 +1,69 @@
+#include "support/log_capture.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+
+#include "frame/io.h"
+
+namespace jx::test {
+namespace {
+
+std::mutex g_mutex;
+std::vector<LogRecord> g_records;
+decltype(Io::syslog) g_saved = nullptr;
+
+std::string message_of(const std::string &line) {
+    const std::size_t at = line.find("): ");
+    std::string message = at == std::string::npos ? line : line.substr(at + 3);
+    if (!message.empty() && message.back() == '\n') {
+        message.pop_back();
+    }
+    return message;
+}
+
+void capture(int priority, const char *format, ...) {
+    char text[1024];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    std::lock_guard<std::mutex> hold(g_mutex);
+    g_records.push_back({priority, text, message_of(text)});
+}
+
+}  // namespace
+
+LogCapture::LogCapture() {
+    g_saved = io().syslog;
+    io().syslog = capture;
+    clear();
+}
+
+LogCapture::~LogCapture() { io().syslog = g_saved; }
+
+std::vector<LogRecord> LogCapture::records() const {
+    std::lock_guard<std::mutex> hold(g_mutex);
+    return g_records;
+}
+
+std::vector<std::string> LogCapture::messages() const {
+    std::vector<std::string> out;
+    for (const LogRecord &r : records()) {
+        out.push_back(r.message);
+    }
+    return out;
+}
+
+bool LogCapture::contains(const std::string &message) const {
+    const auto all = messages();
+    return std::find(all.begin(), all.end(), message) != all.end();
+}
+
+void LogCapture::clear() {
+    std::lock_guard<std::mutex> hold(g_mutex);
+    g_records.clear();
+}
+
+}  // namespace jx::test

@@ -1,0 +1,26 @@
+// Tests run in a private mount namespace with fresh tmpfs over /opt and
+// /dev/shm, so the machine's own directories are never touched.
+#pragma once
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace jx::test {
+
+// Enters the namespace and mounts the tmpfs; false (with a message) on failure.
+bool enter_sandbox(std::string &why);
+
+// Empties /opt/ulx and /dev/shm and recreates the tier directories.
+void reset_sandbox();
+
+void write_file(const std::string &path, const std::string &content);
+std::string read_file(const std::string &path);
+bool exists(const std::string &path);
+
+class SandboxTest : public ::testing::Test {
+protected:
+    void SetUp() override { reset_sandbox(); }
+};
+
+}  // namespace jx::test

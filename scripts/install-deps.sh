@@ -1,0 +1,14 @@
+#!/bin/sh
+# Installs what building and testing libjaxel needs on Debian 12 (as root).
+set -eu
+packages="cmake g++ make pkg-config libglib2.0-dev libssl-dev libgtest-dev libgmock-dev
+  libbenchmark-dev util-linux binutils tar gzip"
+missing=""
+for p in $packages; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
+done
+if [ -n "$missing" ]; then
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -qq
+  apt-get install -y -qq --no-install-recommends $missing
+fi
