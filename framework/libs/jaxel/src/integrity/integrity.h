@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "frame/raii.h"
+#include "integrity/checksum.h"
 
 namespace jx {
 

@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <dirent.h>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,19 +17,10 @@ namespace {
 
 using jx::test::Call;
 using jx::test::exists;
+using jx::test::open_descriptor_count;
 using jx::test::read_file;
 using jx::test::write_file;
 using ContentTest = jx::test::SandboxTest;
-
-int open_descriptor_count() {
-    int n = 0;
-    DIR *dir = opendir("/proc/self/fd");
-    while (readdir(dir) != nullptr) {
-        ++n;
-    }
-    closedir(dir);
-    return n;
-}
 
 TEST_F(ContentTest, TierIsChosenByExactPrefix) {
     EXPECT_EQ(jx::tier_of("/opt/ulx/pflash/a"), jx::Tier::kFlash);

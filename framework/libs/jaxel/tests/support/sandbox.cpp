@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <fstream>
 #include <sstream>
 #include <sys/mount.h>
@@ -70,5 +71,18 @@ std::string read_file(const std::string &path) {
 }
 
 bool exists(const std::string &path) { return access(path.c_str(), F_OK) == 0; }
+
+int open_descriptor_count() {
+    int n = 0;
+    DIR *dir = opendir("/proc/self/fd");
+    if (dir == nullptr) {
+        return -1;
+    }
+    while (readdir(dir) != nullptr) {
+        ++n;
+    }
+    closedir(dir);
+    return n;
+}
 
 }  // namespace jx::test

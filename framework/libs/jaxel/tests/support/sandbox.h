@@ -18,6 +18,9 @@ void write_file(const std::string &path, const std::string &content);
 std::string read_file(const std::string &path);
 bool exists(const std::string &path);
 
+// Descriptors open in this process, to show that an operation leaked none.
+int open_descriptor_count();
+
 class SandboxTest : public ::testing::Test {
 protected:
     void SetUp() override { reset_sandbox(); }

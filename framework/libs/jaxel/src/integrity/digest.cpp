@@ -1,0 +1,30 @@
+#include "integrity/digest.h"
+
+#include <openssl/evp.h>
+
+namespace jx {
+
+bool sha256_hex(const void *data, std::size_t len, char out[kSha256HexSize]) noexcept {
+    static constexpr unsigned char kNoBytes = 0;
+    if (data == nullptr) {
+        if (len != 0) {
+            return false;
+        }
+        data = &kNoBytes;
+    }
+    unsigned char md[EVP_MAX_MD_SIZE];
+    unsigned int md_len = 0;
+    if (EVP_Digest(data, len, md, &md_len, EVP_sha256(), nullptr) != 1 ||
+        md_len * 2 != kSha256HexLen) {
+        return false;
+    }
+    static constexpr char kHexDigits[] = "0123456789abcdef";
+    for (unsigned int i = 0; i < md_len; ++i) {
+        out[2 * i] = kHexDigits[md[i] >> 4];
+        out[2 * i + 1] = kHexDigits[md[i] & 0x0f];
+    }
+    out[kSha256HexLen] = '\0';
+    return true;
+}
+
+}  // namespace jx

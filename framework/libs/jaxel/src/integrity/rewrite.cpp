@@ -1,0 +1,61 @@
+#include <cerrno>
+#include <cstdio>
+
+#include "frame/frame.h"
+#include "integrity/checksum.h"
+
+namespace jx {
+namespace {
+
+// Truncate, write, flush, fsync, in place; each failure is a write failure.
+int32_t replace_content(JxFile *stream, const void *content, uint32_t len) noexcept {
+    if (io().ftruncate(stream->file_no, 0) != 0) {
+        const int e = errno;
+        JX_LOG("ftruncate(%s) failed: errno %d(%s).", base_name(stream->file_path), e,
+               g_strerror(e));
+        return JX_ERR_WRITE;
+    }
+    (void)std::fseek(stream->fd, 0, SEEK_SET);
+    if (io().fwrite(content, 1, len, stream->fd) != len) {
+        JX_LOG("fwrite %s failed.", base_name(stream->file_path));
+        return JX_ERR_WRITE;
+    }
+    if (io().fflush(stream->fd) != 0) {
+        const int e = errno;
+        JX_LOG("fwrite fflush(%s) failed:err[%d:%s].", stream->file_name, e, g_strerror(e));
+        return JX_ERR_WRITE;
+    }
+    if (io().fsync(fileno(stream->fd)) != 0) {
+        const int e = errno;
+        JX_LOG("fwrite fsync(%s) failed:err[%d:%s].", stream->file_name, e, g_strerror(e));
+        return JX_ERR_WRITE;
+    }
+    return JX_OK;
+}
+
+}  // namespace
+
+// The side file is written before the content: a cut anywhere after it leaves
+// a file that fails its side file, which sends it to recovery at the next open.
+int32_t jx_rewrite_with_crc(JxFile *stream, const void *content, uint32_t len,
+                            const char *expected) noexcept {
+    if (stream == nullptr || stream->fd == nullptr) {
+        return JX_ERR_PARAM1;
+    }
+    char digest[kSha256HexSize];
+    if (!sha256_hex(content, len, digest)) {
+        JX_LOG("g_compute_checksum_for_data(sha256) failed.");
+        return JX_ERR_CHECKSUM;
+    }
+    if (!digest_exact_equal(digest, expected)) {
+        JX_LOG("crc check failed.");
+        return JX_ERR_CHECKSUM;
+    }
+    const int32_t rc = write_side_file(stream->file_path, digest);
+    if (rc != JX_OK) {
+        return rc;
+    }
+    return replace_content(stream, content, len);
+}
+
+}  // namespace jx
