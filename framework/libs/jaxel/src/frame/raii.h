@@ -10,7 +10,8 @@
 namespace jx {
 
 struct StreamCloser {
-    void operator()(FILE *stream) const noexcept { std::fclose(stream); }
+    // A close failure has nowhere to go: writers flush and sync before closing.
+    void operator()(FILE *stream) const noexcept { (void)std::fclose(stream); }
 };
 using UniqueStream = std::unique_ptr<FILE, StreamCloser>;
 
