@@ -1,0 +1,138 @@
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "frame/frame.h"
+#include "handles/handles.h"
+#include "integrity/integrity.h"
+#include "safestr.h"
+
+namespace jx {
+namespace {
+
+bool is_protected(const JxFile *stream) noexcept {
+    if (stream->item == nullptr) {
+        return false;
+    }
+    switch (stream->item->protect_mode) {
+    case JX_PROTECT_R:
+    case JX_PROTECT_E:
+    case JX_PROTECT_S:
+    case JX_PROTECT_P: return true;
+    default: return false;
+    }
+}
+
+bool is_read_only(const char *mode) noexcept {
+    return std::strcmp(mode, "r") == 0 || std::strcmp(mode, "rb") == 0;
+}
+
+// Where the bytes go: the stream position, or the end for append handles.
+bool write_position(const JxFile *stream, uint32_t content_len, uint64_t &position) noexcept {
+    if (stream->mode[0] == 'a') {
+        position = content_len;
+        return true;
+    }
+    const long at = std::ftell(stream->fd);
+    if (at < 0) {
+        const int e = errno;
+        JX_LOG("ftell %s failed: errno %d(%s).", base_name(stream->file_path), e, g_strerror(e));
+        return false;
+    }
+    position = static_cast<uint64_t>(at);
+    return true;
+}
+
+bool copy_into(char *dest, uint64_t dest_len, uint64_t offset, const void *src, uint64_t count) noexcept {
+    if (count == 0) {
+        return true;
+    }
+    return memmove_s(dest + offset, dest_len - offset, src, count) == 0;
+}
+
+// The file's whole new content: old content, the new bytes at `position`,
+// zeros in any gap between the old end and `position`.
+GPtr<char> build_content(const Content &old, const WriteRequest &request, uint64_t position,
+                         uint64_t end, uint32_t &length) noexcept {
+    length = static_cast<uint32_t>(std::max<uint64_t>(old.len, end));
+    GPtr<char> content(static_cast<char *>(g_try_malloc0(std::max<std::size_t>(length, 1))));
+    if (!content) {
+        JX_LOG("g_malloc0 failed.");
+        return content;
+    }
+    if (!copy_into(content.get(), length, 0, old.data.get(), old.len) ||
+        !copy_into(content.get(), length, position, request.ptr, end - position)) {
+        JX_LOG("memmove_s failed.");
+        content.reset();
+    }
+    return content;
+}
+
+// Never written in place: the whole new content goes through the checked
+// rewrite, which keeps the side file in step.
+int32_t protected_write(const WriteRequest &request) noexcept {
+    JxFile *stream = request.stream;
+    if (is_read_only(stream->mode)) {
+        return 0;
+    }
+    Content old;
+    GErrorPtr error;
+    if (!read_whole_file(stream->file_path, old, error)) {
+        JX_LOG("g_file_get_contents(%s) failed: %s.", base_name(stream->file_path), error->message);
+        return 0;
+    }
+    uint64_t position = 0;
+    if (!write_position(stream, old.len, position)) {
+        return 0;
+    }
+    const uint64_t end = position + static_cast<uint64_t>(request.size) * request.n;
+    if (end > UINT32_MAX) {
+        JX_LOG("fwrite %s (sz %u count %u) failed: end %llu beyond 4 GiB.", base_name(stream->file_path),
+               request.size, request.n, static_cast<unsigned long long>(end));
+        return 0;
+    }
+    uint32_t length = 0;
+    const GPtr<char> content = build_content(old, request, position, end, length);
+    if (!content) {
+        return 0;
+    }
+    char digest[kSha256HexSize];
+    if (!sha256_hex(content.get(), length, digest)) {
+        JX_LOG("g_compute_checksum_for_data(sha256) failed.");
+        return 0;
+    }
+    const int32_t rc = jx_rewrite_with_crc(stream, content.get(), length, digest);
+    (void)fseeko(stream->fd, static_cast<off_t>(end), SEEK_SET);
+    return rc == JX_OK ? static_cast<int32_t>(request.n) : 0;
+}
+
+int32_t plain_write(const WriteRequest &request) noexcept {
+    JxFile *stream = request.stream;
+    const std::size_t written = write_items(request);
+    if (written != request.n) {
+        return static_cast<int32_t>(written);
+    }
+    if (io().fflush(stream->fd) != 0) {
+        const int e = errno;
+        JX_LOG("fwrite fflush(%s) failed:err[%d:%s].", stream->file_name, e, g_strerror(e));
+        return 0;
+    }
+    if (io().fsync(fileno(stream->fd)) != 0) {
+        const int e = errno;
+        JX_LOG("fwrite fsync(%s) failed:err[%d:%s].", stream->file_name, e, g_strerror(e));
+        return 0;
+    }
+    return static_cast<int32_t>(request.n);
+}
+
+int32_t write_by_protect_mode(const WriteRequest &request) noexcept {
+    return is_protected(request.stream) ? protected_write(request) : plain_write(request);
+}
+
+}  // namespace
+}  // namespace jx
+
+extern "C" int32_t jx_fwrite(const void *ptr, uint32_t size, uint32_t n, JxFile *stream) noexcept {
+    return jx::locked_handle_write({ptr, size, n, stream}, jx::jx_package, jx::write_by_protect_mode);
+}

@@ -1,0 +1,71 @@
+#include <cerrno>
+#include <sys/stat.h>
+
+#include "frame/frame.h"
+#include "handles/handles.h"
+
+namespace jx {
+namespace {
+
+// Whether the write may go on. A file that has reached its package size is
+// rolled over first; while that fails it may still grow to twice the size.
+bool passes_size_check(JxFile *stream, Packager packager, int32_t &refusal) noexcept {
+    const int32_t limit = stream->item != nullptr ? stream->item->package_size : 0;
+    if (limit == 0) {
+        return true;
+    }
+    struct stat st;
+    if (fstat(stream->file_no, &st) != 0) {
+        const int e = errno;
+        JX_LOG("fstat %s failed: errno %d(%s).", base_name(stream->file_path), e, g_strerror(e));
+        refusal = JX_ERR_READ;
+        return false;
+    }
+    const int64_t size = st.st_size;
+    if (limit > size) {
+        return true;
+    }
+    const int32_t rc = packager(stream);
+    if (rc == JX_OK || size < 2 * static_cast<int64_t>(limit)) {
+        return true;
+    }
+    JX_LOG("jx_package failed: ret %d.", rc);
+    refusal = 0;
+    return false;
+}
+
+}  // namespace
+
+int32_t locked_handle_write(const WriteRequest &request, Packager packager, WriteBody body) noexcept {
+    if (request.ptr == nullptr) {
+        JX_LOG("invalid input para: ptr is NULL.");
+        return JX_ERR_PARAM1;
+    }
+    if (request.stream == nullptr || request.stream->fd == nullptr) {
+        JX_LOG("invalid input para: stream or stream->fd is NULL.");
+        return JX_ERR_PARAM4;
+    }
+    const int32_t guard = reboot_guard(true);
+    if (guard != JX_OK) {
+        return guard;
+    }
+    FileOperationLock lock(request.stream->file_no);
+    int32_t refusal = 0;
+    if (!passes_size_check(request.stream, packager, refusal)) {
+        return refusal;
+    }
+    return body(request);
+}
+
+std::size_t write_items(const WriteRequest &request) noexcept {
+    const std::size_t written = io().fwrite(request.ptr, request.size, request.n, request.stream->fd);
+    if (written != request.n) {
+        const int e = errno;
+        JX_LOG("fwrite %s (sz %d count %d) failed: wcnt %d errno %d(%s)",
+               base_name(request.stream->file_path), static_cast<int>(request.size),
+               static_cast<int>(request.n), static_cast<int>(written), e, g_strerror(e));
+    }
+    return written;
+}
+
+}  // namespace jx

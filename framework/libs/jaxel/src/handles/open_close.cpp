@@ -1,0 +1,136 @@
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+#include "frame/frame.h"
+#include "frame/module_list.h"
+#include "handles/handles.h"
+#include "integrity/recovery.h"
+#include "maintenance/maintenance.h"
+#include "registry/registry.h"
+#include "safestr.h"
+
+namespace jx {
+namespace {
+
+constexpr std::size_t kResolvedPathSize = 4096;
+constexpr const char *kClearingModes[] = {"w", "w+", "wb", "w+b"};
+
+// A truncating open of an existing file clears it properly first, so its side
+// file and packages follow.
+bool clears_before_open(const char *path, const char *mode) noexcept {
+    if (::access(path, F_OK) != 0) {
+        return false;
+    }
+    for (const char *clearing : kClearingModes) {
+        if (std::strcmp(mode, clearing) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void fill_module_names(JxFile *handle, const char *short_name, const char *module_name) noexcept {
+    char unresolved[kPathMax] = {};
+    jx_get_file_path(short_name, module_name, JX_TIER_PRAM, unresolved, sizeof unresolved);
+    char resolved[kResolvedPathSize];
+    const char *path = ::realpath(unresolved, resolved) != nullptr ? resolved : unresolved;
+    g_strlcpy(handle->file_path, path, sizeof handle->file_path);
+    if (snprintf_s(handle->file_name, sizeof handle->file_name, sizeof handle->file_name, "%s_%s",
+                   module_name, short_name) < 0) {
+        JX_LOG("[%s][%d]: snprintf_s failed.\n", __FILE__, __LINE__);
+    }
+    g_snprintf(handle->package_name, sizeof handle->package_name, "%s_%s.tar.gz", module_name,
+               short_name);
+}
+
+// Checks the freshly opened file against its side file and rebuilds it from
+// its durable copy when it fails; false after logging.
+bool repaired_if_invalid(const JxFile *handle) noexcept {
+    const GPtr<RegItem> record(get_reg_inter_info(handle->file_path));
+    const FileOperationLock lock(handle->file_no);
+    if (is_ram_file_valid(handle->file_path) == 1) {
+        return true;
+    }
+    const int32_t rc = jx_file_recover_by_name(handle->file_path, record.get());
+    if (rc == JX_OK) {
+        return true;
+    }
+    JX_LOG("jx_file_recover_by_name(%s) failed: %d.", base_name(handle->file_path), rc);
+    return false;
+}
+
+}  // namespace
+
+bool open_mode_allowed(int32_t package_size, const char *mode) noexcept {
+    if (package_size == 0 || mode[0] == 'r' || mode[0] == 'a') {
+        return true;
+    }
+    JX_LOG("unsupport mode: %s.", mode);
+    return false;
+}
+
+}  // namespace jx
+
+extern "C" JxFile *jx_fopen(const char *short_name, const char *mode) noexcept {
+    return jx_fopen_file(short_name, jx_get_module_name(), mode);
+}
+
+extern "C" JxFile *jx_fopen_file(const char *short_name, const char *module_name,
+                                 const char *mode) noexcept {
+    if (short_name == nullptr) {
+        JX_LOG("input para invalid: short_name.");
+        return nullptr;
+    }
+    if (module_name == nullptr) {
+        JX_LOG("input para invalid: module_name.");
+        return nullptr;
+    }
+    if (mode == nullptr) {
+        JX_LOG("input para invalid: mode.");
+        return nullptr;
+    }
+    if (g_jx_reg_list == nullptr) {
+        JX_LOG("para invalid: g_jx_reg_list.");
+        return nullptr;
+    }
+    JxModuleItem *item = jx_find_module_item(short_name);
+    if (item == nullptr) {
+        JX_LOG("%s not register.", short_name);
+        return nullptr;
+    }
+    if (!jx::open_mode_allowed(item->package_size, mode)) {
+        return nullptr;
+    }
+    jx::GPtr<JxFile> handle(g_new0(JxFile, 1));
+    handle->item = item;
+    g_strlcpy(handle->mode, mode, sizeof handle->mode);
+    jx::fill_module_names(handle.get(), short_name, module_name);
+    if (jx::clears_before_open(handle->file_path, mode)) {
+        const int32_t rc = jx_clear_module_file(short_name, module_name);
+        if (rc != JX_OK) {
+            JX_LOG("jx_clear_module_file failed: %d.", rc);
+            return nullptr;
+        }
+    }
+    if (jx_open_with_privilege(handle.get(), mode) != JX_OK) {
+        return nullptr;
+    }
+    jx::UniqueStream stream(handle->fd);
+    if (!jx::repaired_if_invalid(handle.get())) {
+        return nullptr;
+    }
+    (void)stream.release();
+    return handle.release();
+}
+
+extern "C" void jx_fclose(JxFile *stream) noexcept {
+    if (stream == nullptr) {
+        return;
+    }
+    if (stream->fd != nullptr) {
+        std::fclose(stream->fd);
+    }
+    g_free(stream);
+}
