@@ -1,0 +1,84 @@
+#include <unistd.h>
+
+#include "frame/frame.h"
+#include "integrity/checksum.h"
+#include "integrity/recovery.h"
+#include "jaxel.h"
+#include "keyfile/keyfile.h"
+#include "registry/registry.h"
+
+namespace jx {
+namespace {
+
+// Group letter of each protect mode, and whether its working copies carry a
+// side file that ram_check_update refreshes.
+struct ModeWalk {
+    char letter;
+    bool refresh;
+};
+
+constexpr ModeWalk kModeWalks[] = {
+    {'R', true}, {'C', false}, {'E', true}, {'S', true}, {'P', true}, {'F', false},
+};
+
+GPtr<RegItem> lookup_or_log(const char *path) noexcept {
+    GPtr<RegItem> record(get_reg_inter_info(path));
+    if (!record) {
+        JX_LOG("get_reg_inter_info(%s) failed.", base_name(path));
+    }
+    return record;
+}
+
+}  // namespace
+}  // namespace jx
+
+extern "C" void ram_check_update(int mode) noexcept {
+    if (mode < 0 || mode >= static_cast<int>(G_N_ELEMENTS(jx::kModeWalks))) {
+        JX_LOG("[%s]%d param mismatch\n", "ram_check_update", __LINE__);
+        return;
+    }
+    const jx::ModeWalk walk = jx::kModeWalks[mode];
+    const jx::RegTableKeyFile table;
+    if (!table) {
+        return;
+    }
+    (void)jx::for_each_group_src(table.get(), walk.letter, [&](const char *src) {
+        if (walk.refresh && ::access(src, F_OK) == 0) {
+            (void)jx::ram_check(src);
+        }
+        return true;
+    });
+}
+
+// A sound ".bak" pair ends the check; the main file is looked at only when the
+// backup is not.
+extern "C" int32_t jx_check_recovery_rambak(const char *path) noexcept {
+    if (path == nullptr) {
+        return JX_ERR_PARAM1;
+    }
+    const jx::Path backup = jx::make_path({path, jx::kBackupSuffix});
+    const jx::Path backup_crc = jx::side_file_of(backup.c_str());
+    if (is_file_valid(backup.c_str(), backup_crc.c_str()) == 1) {
+        return JX_OK;
+    }
+    const jx::GPtr<RegItem> record = jx::lookup_or_log(path);
+    if (!record) {
+        return JX_ERR_NOT_REGISTERED;
+    }
+    const int32_t rc = jx_recover_dst_file_in_pram(record.get());
+    if (rc != JX_OK && rc != JX_ERR_NOT_FOUND) {
+        JX_LOG("jx_recover_dst_file_in_pram failed: ret %d.", rc);
+    }
+    return rc;
+}
+
+extern "C" int32_t jx_recovery_flash_bak(const char *path) noexcept {
+    if (path == nullptr) {
+        return JX_ERR_PARAM1;
+    }
+    const jx::GPtr<RegItem> record = jx::lookup_or_log(path);
+    if (!record) {
+        return JX_ERR_NOT_REGISTERED;
+    }
+    return jx_recover_by_crc(record->dst, record->crc, record->bak, record->bakcrc);
+}

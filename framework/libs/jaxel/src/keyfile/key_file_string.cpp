@@ -1,0 +1,22 @@
+#include "jaxel.h"
+
+namespace {
+
+constexpr unsigned char kFirstAllowed = 32;
+constexpr unsigned char kLastAllowed = 126;
+
+}  // namespace
+
+// Printable ASCII only, space included; the empty string is allowed.
+extern "C" int jx_key_file_string_valid(const char *s) noexcept {
+    if (s == nullptr) {
+        return 0;
+    }
+    for (const char *p = s; *p != '\0'; ++p) {
+        const auto byte = static_cast<unsigned char>(*p);
+        if (byte < kFirstAllowed || byte > kLastAllowed) {
+            return 0;
+        }
+    }
+    return 1;
+}

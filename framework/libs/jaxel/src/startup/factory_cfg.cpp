@@ -1,0 +1,103 @@
+#include <cstring>
+#include <unistd.h>
+
+#include "frame/frame.h"
+#include "frame/shell.h"
+#include "jaxel.h"
+#include "keyfile/keyfile.h"
+#include "safestr.h"
+
+namespace jx {
+namespace {
+
+constexpr char kFactoryGroupLetter = 'F';
+// Room that the path buffers leave beyond their variable part.
+constexpr std::size_t kPathRoom = 256;
+
+GPtr<char> zeroed_buffer(std::size_t size) noexcept {
+    GPtr<char> buffer(static_cast<char *>(g_try_malloc0(size)));
+    if (!buffer) {
+        JX_LOG("[%s][%d]g_malloc0 failed\n", __FILE__, __LINE__);
+    }
+    return buffer;
+}
+
+// The directory, "/" and the live file's last component; null when the buffer
+// cannot be had or the path does not fit.
+GPtr<char> factory_copy_of(const char *directory, const char *live) noexcept {
+    const std::size_t size = std::strlen(directory) + kPathRoom;
+    GPtr<char> copy = zeroed_buffer(size);
+    if (!copy) {
+        return copy;
+    }
+    const char *const parts[] = {directory, "/", base_name(live)};
+    for (const char *part : parts) {
+        if (strncat_s(copy.get(), size, part, std::strlen(part)) != 0) {
+            JX_LOG("[%s][%d]: strncat_s failed.\n", __FILE__, __LINE__);
+            return GPtr<char>();
+        }
+    }
+    return copy;
+}
+
+// Null unless the whole command could be formed: a cut command must never run.
+GPtr<char> copy_command(const char *copy, const char *live) noexcept {
+    const ShellArg from(copy);
+    const ShellArg to(live);
+    const std::size_t size = std::strlen(from.c_str()) + kPathRoom;
+    GPtr<char> command = zeroed_buffer(size);
+    if (!command) {
+        return command;
+    }
+    if (!from.fits() || !to.fits() ||
+        snprintf_s(command.get(), size, size - 1, "cp -f %s %s 2>/dev/null", from.c_str(),
+                   to.c_str()) < 0) {
+        JX_LOG("[%s][%d]: snprintf_s failed.\n", __FILE__, __LINE__);
+        return GPtr<char>();
+    }
+    return command;
+}
+
+// A file whose paths cannot be formed in full is left as it is.
+int32_t restore_file(const char *directory, const char *live) noexcept {
+    const GPtr<char> copy = factory_copy_of(directory, live);
+    if (!copy) {
+        return JX_OK;
+    }
+    if (::access(copy.get(), F_OK) != 0) {
+        if (::access(live, F_OK) == 0) {
+            (void)io().unlink(live);
+        }
+        return JX_OK;
+    }
+    const GPtr<char> command = copy_command(copy.get(), live);
+    if (command && run_shell(command.get()) != 0) {
+        JX_LOG("Copy file(%s) failed.", base_name(live));
+        return JX_ERR_COPY;
+    }
+    return JX_OK;
+}
+
+}  // namespace
+}  // namespace jx
+
+// Every F group of the table, whichever module registered it; the first failed
+// copy ends the walk and nothing before it is undone.
+extern "C" int32_t jx_recover_factory_cfg(const char *directory) noexcept {
+    if (directory == nullptr) {
+        return JX_ERR_PARAM1;
+    }
+    jx::RegTableKeyFile table;
+    if (!table) {
+        return JX_ERR_KEY_FILE;
+    }
+    int32_t result = JX_OK;
+    (void)jx::for_each_group_src(table.get(), jx::kFactoryGroupLetter, [&](const char *live) {
+        result = jx::restore_file(directory, live);
+        return result == JX_OK;
+    });
+    if (table.close() != JX_OK) {
+        JX_LOG("close key file failed\n");
+    }
+    return result;
+}
