@@ -12,6 +12,7 @@
 #include "frame/frame.h"
 #include "jaxel.h"
 #include "support/io_faults.h"
+#include "support/lock_holder.h"
 #include "support/log_capture.h"
 #include "support/sandbox.h"
 
@@ -34,23 +35,8 @@ TEST_F(LocksTest, NonPositiveDescriptorsTakeNoLock) {
 TEST_F(LocksTest, WaitsForAnotherProcessAndPollsWithDelay) {
     const char *path = "/opt/ulx/pram/lockme";
     jx::test::write_file(path, "x");
-    int to_child[2];
-    int to_parent[2];
-    ASSERT_EQ(pipe(to_child), 0);
-    ASSERT_EQ(pipe(to_parent), 0);
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        const int fd = open(path, O_RDONLY);
-        char c = 0;
-        if (fd < 0 || flock(fd, LOCK_EX) != 0 || write(to_parent[1], "L", 1) != 1 ||
-            read(to_child[0], &c, 1) != 1) {
-            _exit(1);
-        }
-        _exit(0);  // exiting releases the lock
-    }
-    char c = 0;
-    ASSERT_EQ(read(to_parent[0], &c, 1), 1);
+    jx::test::LockHolder holder(path);
+    ASSERT_TRUE(holder.held());
 
     jx::test::IoFaults faults;
     const int fd = open(path, O_RDONLY);
@@ -63,12 +49,9 @@ TEST_F(LocksTest, WaitsForAnotherProcessAndPollsWithDelay) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     EXPECT_FALSE(locked);
-    ASSERT_EQ(write(to_child[1], "G", 1), 1);
+    ASSERT_TRUE(holder.release());
     waiter.join();
     EXPECT_TRUE(locked);
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
 
     // We hold it now: another descriptor cannot take it until we unlock.
     const int other = open(path, O_RDONLY);

@@ -12,21 +12,12 @@
 namespace {
 
 using jx::test::item_cfg;
+using jx::test::open_descriptor_count;
 using jx::test::read_file;
 using jx::test::side_file_text;
 using jx::test::write_file;
 using Messages = std::vector<std::string>;
 using OpenCloseTest = jx::test::HandleTest;
-
-int open_descriptor_count() {
-    int n = 0;
-    DIR *dir = opendir("/proc/self/fd");
-    while (readdir(dir) != nullptr) {
-        ++n;
-    }
-    closedir(dir);
-    return n;
-}
 
 TEST_F(OpenCloseTest, RefusesWhatWasNotRegisteredOrMayNotBeOpened) {
     jx::test::LogCapture log;

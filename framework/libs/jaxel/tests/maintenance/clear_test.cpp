@@ -16,6 +16,7 @@
 #include "handles/handle_fixture.h"
 #include "jaxel.h"
 #include "support/io_faults.h"
+#include "support/lock_holder.h"
 #include "support/log_capture.h"
 
 namespace {
@@ -222,23 +223,8 @@ TEST_F(ClearTest, StepFailuresAreReportedAndEveryResourceReleased) {
 // for it and only then empties the file.
 TEST_F(ClearTest, WaitsForAnotherHolderOfTheFileLock) {
     const std::string path = make_file(item_cfg("net.conf", JX_PROTECT_C));
-    int to_child[2];
-    int to_parent[2];
-    ASSERT_EQ(pipe(to_child), 0);
-    ASSERT_EQ(pipe(to_parent), 0);
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        const int fd = open(path.c_str(), O_RDONLY);
-        char c = 0;
-        if (fd < 0 || flock(fd, LOCK_EX) != 0 || write(to_parent[1], "L", 1) != 1 ||
-            read(to_child[0], &c, 1) != 1) {
-            _exit(1);
-        }
-        _exit(0);
-    }
-    char c = 0;
-    ASSERT_EQ(read(to_parent[0], &c, 1), 1);
+    jx::test::LockHolder holder(path);
+    ASSERT_TRUE(holder.held());
 
     jx::test::IoFaults faults;
     std::atomic<int32_t> result{1};
@@ -248,13 +234,10 @@ TEST_F(ClearTest, WaitsForAnotherHolderOfTheFileLock) {
     }
     EXPECT_EQ(read_file(path), "old content");
     EXPECT_EQ(result, 1);
-    ASSERT_EQ(write(to_child[1], "G", 1), 1);
+    ASSERT_TRUE(holder.release());
     clearer.join();
     EXPECT_EQ(result, 0);
     EXPECT_EQ(read_file(path), "");
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
 }
 
 TEST_F(ClearTest, LogFileIsEmptiedWithoutSyncAndLosesOnlyASizedPackage) {

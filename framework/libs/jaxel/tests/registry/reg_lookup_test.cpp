@@ -14,6 +14,7 @@
 #include "jaxel.h"
 #include "registry/registry.h"
 #include "support/io_faults.h"
+#include "support/lock_holder.h"
 #include "support/log_capture.h"
 #include "support/sandbox.h"
 
@@ -204,23 +205,8 @@ TEST_F(RegLookupTest, EveryLookupReadsTheTableAnew) {
 // Another process holds the table lock; the lookup polls until it lets go.
 TEST_F(RegLookupTest, WaitsWhileAnotherProcessHoldsTheTable) {
     open_table("[E1]\nsrc=/opt/ulx/pram/app_a\n");
-    int to_child[2];
-    int to_parent[2];
-    ASSERT_EQ(pipe(to_child), 0);
-    ASSERT_EQ(pipe(to_parent), 0);
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        const int fd = ::open(jx::kRegTablePath, O_RDONLY);
-        char c = 0;
-        if (fd < 0 || flock(fd, LOCK_EX) != 0 || write(to_parent[1], "L", 1) != 1 ||
-            read(to_child[0], &c, 1) != 1) {
-            _exit(1);
-        }
-        _exit(0);
-    }
-    char c = 0;
-    ASSERT_EQ(read(to_parent[0], &c, 1), 1);
+    jx::test::LockHolder holder(jx::kRegTablePath);
+    ASSERT_TRUE(holder.held());
 
     jx::test::IoFaults faults;
     std::atomic<bool> done{false};
@@ -233,13 +219,10 @@ TEST_F(RegLookupTest, WaitsWhileAnotherProcessHoldsTheTable) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     EXPECT_FALSE(done);
-    ASSERT_EQ(write(to_child[1], "G", 1), 1);
+    ASSERT_TRUE(holder.release());
     reader.join();
     ASSERT_NE(found, nullptr);
     EXPECT_EQ(found->protect_mode, 2u);
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
     EXPECT_TRUE(table_lock_free());
 }
 
