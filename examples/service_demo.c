@@ -1,60 +1,173 @@
 /* A small service process that keeps its files through libjaxel. Run it inside
- * examples/run-in-sandbox.sh: it works on /opt/ulx, which the sandbox provides. */
+ * examples/run-in-sandbox.sh: it works on /opt/ulx, which the sandbox provides.
+ *
+ * It plays a controller's life: the durable copy of a configuration file is in
+ * the save area, the service starts and gets its working copy built from it,
+ * the working copy is damaged and the next start repairs it, then the service
+ * writes, edits and rolls over files, keeps a key file and restores a file to
+ * its factory state. Each start-up runs in a fresh process, as on the target. */
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <jaxel.h>
 
-static int check(const char *what, int32_t rc) {
-    printf("%-44s %s (%d)\n", what, rc == 0 ? "ok" : "FAILED", (int)rc);
-    return rc == 0 ? 0 : 1;
+#define MODULE "demo"
+#define NET_CONF "/opt/ulx/pram/demo_net.conf"
+#define NET_CONF_DURABLE "/opt/ulx/save/demo_net.conf"
+#define EVENTS "/opt/ulx/pram/demo_events.log"
+#define EVENTS_PACKAGE "/opt/ulx/pram/demo_events.log.tar.gz"
+#define SETTINGS "/opt/ulx/pram/demo_settings.ini"
+#define FACTORY_FILE "/opt/ulx/pram/demo_factory.cfg"
+#define FACTORY_DIR "/opt/ulx/save/factory"
+
+static int g_failures;
+static int g_rollovers;
+
+static void on_rollover(JxModuleItem *item) {
+    ++g_rollovers;
+    printf("  callback: %s was packaged and emptied\n", item->short_name);
 }
 
-static int show_file(const char *path) {
-    char text[128] = {0};
+static const JxItemCfg kFiles[] = {
+    {"net.conf", NULL, JX_PROTECT_E, 0, NULL, NULL, 0x644, NULL, NULL},
+    {"events.log", NULL, JX_PROTECT_C, 96, on_rollover, NULL, 0x640, NULL, NULL},
+    {"settings.ini", NULL, JX_PROTECT_E, 0, NULL, NULL, 0x600, NULL, NULL},
+    {FACTORY_FILE, NULL, JX_PROTECT_F, 0, NULL, NULL, 0x644, NULL, NULL},
+};
+
+static void check(const char *what, long rc, long expected) {
+    printf("%-52s %s (%ld)\n", what, rc == expected ? "ok" : "FAILED", rc);
+    g_failures += rc != expected;
+}
+
+static void show(const char *path) {
+    char text[160] = {0};
     FILE *f = fopen(path, "rb");
     size_t n;
     if (f == NULL) {
         printf("  %s: missing\n", path);
-        return 1;
+        return;
     }
     n = fread(text, 1, sizeof text - 1, f);
     fclose(f);
-    printf("  %s holds %u bytes: \"%s\"\n", path, (unsigned)n, text);
-    return 0;
+    printf("  %s (%u bytes, valid %d): %s\n", path, (unsigned)n, is_ram_file_valid(path), text);
 }
 
-int main(void) {
-    static const char settings[] = "mtu=1500\nspeed=auto\n";
-    static const char flash_note[] = "factory serial 0042\n";
-    char path[256];
-    int failures = 0;
+static void put_file(const char *path, const char *text) {
+    FILE *f = fopen(path, "wb");
+    if (f == NULL || fputs(text, f) < 0 || fclose(f) != 0) {
+        printf("cannot write %s\n", path);
+        ++g_failures;
+    }
+}
 
-    /* The library logs failures through the process's own syslog settings;
-     * LOG_PERROR puts them on stderr as well for the demo. */
+static int start_up(void) {
+    return (int)jx_init(kFiles, (int32_t)(sizeof kFiles / sizeof kFiles[0]));
+}
+
+/* One service start in a fresh process, as after a power cycle. */
+static void restart(const char *self, const char *why) {
+    pid_t pid;
+    int status = 0;
+    printf("-- restart: %s\n", why);
+    fflush(stdout);
+    pid = fork();
+    if (pid == 0) {
+        execl(self, self, "start", (char *)NULL);
+        _exit(127);
+    }
+    waitpid(pid, &status, 0);
+    check("start-up in a fresh process", WIFEXITED(status) ? WEXITSTATUS(status) : -1, 0);
+}
+
+static void write_edit_and_roll_over(void) {
+    static const char line[] = "link up on port 1\n";
+    JxFile *events = jx_fopen("events.log", "a");
+    JxFile *net = jx_fopen("net.conf", "r+");
+    int i;
+    printf("-- writes, edits and roll-over\n");
+    if (events == NULL || net == NULL) {
+        printf("cannot open the service's files\n");
+        ++g_failures;
+        return;
+    }
+    for (i = 0; i < 8; ++i) {
+        if (jx_fwrite(line, 1, sizeof line - 1, events) != (int32_t)(sizeof line - 1)) {
+            ++g_failures;
+        }
+    }
+    check("events rolled over at their package size", g_rollovers > 0, 1);
+    check("package beside the working copy", access(EVENTS_PACKAGE, F_OK), 0);
+    show(EVENTS);
+
+    check("insert a line at the start", jx_insert("# managed\n", 10, 0, net), 0);
+    check("replace the mtu value", jx_modify("9000", 4, 14, 4, net), 0);
+    check("delete the trailing line", jx_delete(100, 19, net), 0);
+    show(NET_CONF);
+    jx_fclose(net);
+    jx_fclose(events);
+}
+
+static void keep_a_key_file(void) {
+    int lock = open(SETTINGS, O_RDONLY | O_CREAT, 0600);
+    GKeyFile *key;
+    printf("-- key file\n");
+    key = jx_open_key_file(SETTINGS, lock, 1);
+    if (key == NULL) {
+        printf("cannot open %s\n", SETTINGS);
+        ++g_failures;
+        close(lock);
+        return;
+    }
+    g_key_file_set_string(key, "fan", "profile", "quiet");
+    check("write the key file back with its side file", jx_writeback_key_file(key, SETTINGS), 0);
+    check("close and release the lock", jx_close_key_file(key, lock, 1), 0);
+    close(lock);
+    show(SETTINGS);
+}
+
+static void factory_restore(void) {
+    printf("-- factory restore\n");
+    put_file(FACTORY_FILE, "fan=turbo\n");
+    mkdir(FACTORY_DIR, 0755);
+    put_file(FACTORY_DIR "/demo_factory.cfg", "fan=auto\n");
+    check("restore F files from the factory copies", jx_recover_factory_cfg(FACTORY_DIR), 0);
+    show(FACTORY_FILE);
+}
+
+int main(int argc, char **argv) {
+    static const char durable[] = "mtu=1500\nspeed=auto\n";
+    /* The library logs through the process's own syslog settings; LOG_PERROR
+     * puts its lines on stderr too. */
     openlog("jaxel-demo", LOG_PERROR | LOG_PID, LOG_LOCAL0);
+    jx_set_module_name(MODULE);
+    if (argc > 1 && strcmp(argv[1], "start") == 0) {
+        return start_up() == 0 ? 0 : 1;
+    }
 
-    failures += check("name the module", jx_set_module_name("demo"));
-    printf("module name: %s\n", jx_get_module_name());
+    printf("-- the save area holds the durable copy, as the sync service left it\n");
+    check("durable copy written", jx_set_content(NET_CONF_DURABLE, durable, sizeof durable - 1), 0);
+    restart(argv[0], "no working copy yet");
+    show(NET_CONF);
 
-    jx_get_file_path("net.conf", jx_get_module_name(), 1, path, sizeof path);
-    failures += check("durable write to the save area", jx_set_content(path, settings, sizeof settings - 1));
-    failures += show_file(path);
+    put_file(NET_CONF, "mtu=15");
+    printf("-- power failed in the middle of a write: the working copy is torn\n");
+    show(NET_CONF);
+    restart(argv[0], "the working copy no longer matches its side file");
+    show(NET_CONF);
 
-    jx_get_file_path("serial", jx_get_module_name(), 3, path, sizeof path);
-    failures += check("durable write through the flash driver",
-                      jx_set_content(path, flash_note, sizeof flash_note - 1));
-    failures += show_file(path);
-
-    jx_wirte_cnt_set(0, 3);
-    printf("write counters: external %llu, log items %llu, save-area bytes %llu\n",
-           (unsigned long long)jx_wirte_cnt_get(0), (unsigned long long)jx_wirte_cnt_get(1),
-           (unsigned long long)jx_wirte_cnt_get(2));
-
-    printf("a refused write (no path) reports %d\n", (int)jx_set_content(NULL, settings, 1));
-    failures += check("final stop", jx_exit());
+    check("this process starts its service", start_up(), 0);
+    write_edit_and_roll_over();
+    keep_a_key_file();
+    factory_restore();
+    check("final stop", jx_exit(), 0);
     closelog();
-    printf("%s\n", failures == 0 ? "demo finished: all steps ok" : "demo finished with failures");
-    return failures == 0 ? 0 : 1;
+    printf("%s\n", g_failures == 0 ? "demo finished: all steps ok" : "demo finished with failures");
+    return g_failures == 0 ? 0 : 1;
 }

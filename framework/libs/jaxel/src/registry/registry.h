@@ -26,3 +26,8 @@ GKeyFile *jx_load_key_file(const char *path) noexcept;
 // The table's record of the working file `name`, g_malloc'd for the caller to
 // g_free; null when the file is not registered or the table cannot be read.
 RegItem *get_reg_inter_info(const char *name) noexcept;
+
+// Registers one configuration element for the module: paths by protect mode,
+// the table group (appended unless the file is listed), the list item, and the
+// repair of the working copy. 0 or an error code.
+int32_t jx_init_item(const JxItemCfg *element, const char *module_name) noexcept;

@@ -1,0 +1,243 @@
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+#include <glib/gprintf.h>
+
+#include "frame/frame.h"
+#include "frame/module_list.h"
+#include "integrity/recovery.h"
+#include "registry/registry.h"
+#include "safestr.h"
+
+namespace jx {
+namespace {
+
+constexpr std::size_t kResolvedPathSize = 4096;
+
+struct TierSuffix {
+    uint32_t tier;
+    const char *suffix;
+};
+
+// Side files and backups that a C or F file must not inherit from an earlier
+// registration in a protected mode.
+constexpr TierSuffix kStaleCompanions[] = {
+    {JX_TIER_PRAM, ".sha256"},
+    {JX_TIER_SAVE, ".sha256"},
+    {JX_TIER_SAVE, ".bak"},
+    {JX_TIER_SAVE, ".bak.sha256"},
+};
+
+Path tier_path(const JxItemCfg &element, const char *module_name, uint32_t tier) noexcept {
+    Path path;
+    jx_get_file_path(element.short_name, module_name, tier, path.text, sizeof path.text);
+    return path;
+}
+
+void remove_stale_companions(const JxItemCfg &element, const char *module_name) noexcept {
+    for (const TierSuffix &stale : kStaleCompanions) {
+        const Path base = tier_path(element, module_name, stale.tier);
+        const Path path = make_path({base.c_str(), stale.suffix});
+        if (::access(path.c_str(), F_OK) == 0) {
+            (void)io().unlink(path.c_str());
+        }
+    }
+}
+
+void set_field(char (&field)[kPathMax], const char *value) noexcept {
+    g_strlcpy(field, value, sizeof field);
+}
+
+// The module's own durable path when it gave one (resolved where it can be),
+// otherwise the save-area path.
+void set_chosen_or_default(char (&field)[kPathMax], const char *chosen, const Path &fallback) noexcept {
+    if (chosen == nullptr || chosen[0] == '\0') {
+        set_field(field, fallback.c_str());
+        return;
+    }
+    char resolved[kResolvedPathSize];
+    set_field(field, ::realpath(chosen, resolved) != nullptr ? resolved : chosen);
+}
+
+// _create_reg_item_info: the paths of the file's copies by protect mode.
+int32_t create_reg_item_info(const JxItemCfg &element, const char *module_name, RegItem &record) noexcept {
+    const Path t0 = tier_path(element, module_name, JX_TIER_PRAM);
+    const Path t1 = tier_path(element, module_name, JX_TIER_SAVE);
+    switch (element.protect_mode) {
+    case JX_PROTECT_R:
+        set_field(record.src, t0.c_str());
+        set_field(record.dst, make_path({t0.c_str(), kBackupSuffix}).c_str());
+        set_field(record.crc, make_path({t0.c_str(), kBackupSuffix, kChecksumSuffix}).c_str());
+        break;
+    case JX_PROTECT_C:
+        set_field(record.src, t0.c_str());
+        set_chosen_or_default(record.dst, element.path, t1);
+        break;
+    case JX_PROTECT_E:
+    case JX_PROTECT_S:
+        set_field(record.src, t0.c_str());
+        set_chosen_or_default(record.dst, element.path, t1);
+        set_field(record.bak, make_path({t1.c_str(), kBackupSuffix}).c_str());
+        set_field(record.crc, make_path({t1.c_str(), kChecksumSuffix}).c_str());
+        set_field(record.bakcrc, make_path({t1.c_str(), kBackupSuffix, kChecksumSuffix}).c_str());
+        break;
+    case JX_PROTECT_P:
+        set_field(record.src, t0.c_str());
+        set_field(record.dst, has_prefix(element.path, kPflashDir)
+                                  ? element.path
+                                  : tier_path(element, module_name, JX_TIER_PFLASH).c_str());
+        break;
+    default: {
+        const int rc = strncpy_s(record.src, sizeof record.src, element.short_name,
+                                 std::strlen(element.short_name));
+        if (rc != 0) {
+            JX_LOG("[%s]%d strncpy_s failed ret:%d\n", "_create_reg_item_info", __LINE__, rc);
+            return rc;
+        }
+        break;
+    }
+    }
+    record.protect_mode = element.protect_mode;
+    record.privilege = element.privilege;
+    record.callback_obj = element.callback_obj;
+    record.callback_method = element.callback_method;
+    return JX_OK;
+}
+
+// The file is listed already when a group names the same working file or the
+// same durable copy.
+bool table_lists(GKeyFile *table, gchar **groups, const RegItem &record) noexcept {
+    for (gchar **group = groups; *group != nullptr; ++group) {
+        const GPtr<gchar> src(g_key_file_get_string(table, *group, "src", nullptr));
+        const GPtr<gchar> dst(g_key_file_get_string(table, *group, "dst", nullptr));
+        if (g_strcmp0(src.get(), record.src) == 0 || g_strcmp0(dst.get(), record.dst) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void print_group(FILE *table, const RegItem &r, int number) noexcept {
+    switch (r.protect_mode) {
+    case JX_PROTECT_R:
+        g_fprintf(table, "[R%d]\ndst=%s\nsrc=%s\nbak=%s\ncrc=%s\nbakcrc=%s\n", number, r.dst, r.src,
+                  r.dst, r.crc, r.crc);
+        break;
+    case JX_PROTECT_C: g_fprintf(table, "[C%d]\ndst=%s\nsrc=%s\n", number, r.dst, r.src); break;
+    case JX_PROTECT_E:
+    case JX_PROTECT_S:
+        g_fprintf(table, "[%c%d]\ndst=%s\nsrc=%s\nbak=%s\ncrc=%s\nbakcrc=%s\n",
+                  r.protect_mode == JX_PROTECT_E ? 'E' : 'S', number, r.dst, r.src, r.bak, r.crc,
+                  r.bakcrc);
+        break;
+    case JX_PROTECT_P: g_fprintf(table, "[P%d]\ndst=%s\nsrc=%s\n", number, r.dst, r.src); break;
+    default: g_fprintf(table, "[F%d]\nsrc=%s\n", number, r.src); break;
+    }
+    g_fprintf(table, "privilege=%llu\n", static_cast<unsigned long long>(r.privilege));
+    if (r.callback_obj != nullptr && r.callback_method != nullptr) {
+        g_fprintf(table, "callback_obj=%s\ncallback_method=%s\n", r.callback_obj, r.callback_method);
+    }
+}
+
+// Appends under the table lock that start-up holds. The append is synced: a
+// group lost to a power cut would leave a working file that nothing protects.
+int32_t append_group(const RegItem &record, int number) noexcept {
+    UniqueStream table(io().fopen(kRegTablePath, "a+b"));
+    if (!table) {
+        JX_LOG("g_fopen %s failed.", kRegTableName);
+        return JX_ERR_OPEN;
+    }
+    print_group(table.get(), record, number);
+    if (io().fflush(table.get()) != 0 || io().fsync(fileno(table.get())) != 0) {
+        const int e = errno;
+        JX_LOG("sync %s failed: errno %d(%s).", kRegTableName, e, g_strerror(e));
+        return JX_ERR_WRITE;
+    }
+    return JX_OK;
+}
+
+// jx_fsync_register_inter: make sure the table lists the file.
+int32_t fsync_register_inter(const RegItem &record) noexcept {
+    const KeyFilePtr table(jx_load_key_file(kRegTablePath));
+    int32_t rc = JX_ERR_OPEN;
+    if (!table) {
+        JX_LOG("open_key_file(%s) failed.", kRegTableName);
+    } else {
+        gsize count = 0;
+        const StrvPtr groups(g_key_file_get_groups(table.get(), &count));
+        if (groups && table_lists(table.get(), groups.get(), record)) {
+            return JX_OK;
+        }
+        rc = append_group(record, static_cast<int>(count) + 1);
+    }
+    if (rc != JX_OK) {
+        JX_LOG("jx_fsync_register_inter failed: ret %d.", rc);
+    }
+    return rc;
+}
+
+void add_module_item(const JxItemCfg &element, const char *module_name) noexcept {
+    auto *item = g_new0(JxModuleItem, 1);
+    g_strlcpy(item->short_name, element.short_name, sizeof item->short_name);
+    item->protect_mode = element.protect_mode;
+    item->package_size = element.package_size;
+    item->callback = element.callback;
+    item->privilege = element.privilege;
+    if (element.package_path != nullptr) {
+        g_strlcpy(item->package_path, element.package_path, sizeof item->package_path);
+    } else {
+        const Path t1 = tier_path(element, module_name, JX_TIER_SAVE);
+        g_snprintf(item->package_path, sizeof item->package_path, "%s.tar.gz", t1.c_str());
+    }
+    jx_append_module_item(item);
+}
+
+// A missing working copy is rebuilt without locks; an existing one under the
+// library mutex and a lock on a read descriptor, which keeps other processes'
+// handles out while it is repaired.
+int32_t repair_working_copy(const JxItemCfg &element, const RegItem &record) noexcept {
+    int32_t rc = JX_OK;
+    if (::access(record.src, F_OK) != 0) {
+        rc = jx_file_recover(&record);
+    } else {
+        const UniqueStream stream(io().fopen(record.src, "r"));
+        if (!stream) {
+            const int e = errno;
+            JX_LOG("g_fopen %s failed: %d(%s).", base_name(record.src), e, g_strerror(e));
+            return JX_ERR_OPEN;
+        }
+        const FileOperationLock lock(fileno(stream.get()));
+        rc = jx_file_recover(&record);
+    }
+    if (rc != JX_OK) {
+        JX_LOG("jx_file_recover(%s) failed: ret %d.", element.short_name, rc);
+    }
+    return rc;
+}
+
+}  // namespace
+}  // namespace jx
+
+int32_t jx_init_item(const JxItemCfg *element, const char *module_name) noexcept {
+    if (element == nullptr || element->short_name == nullptr || module_name == nullptr) {
+        return JX_ERR_PARAM1;
+    }
+    RegItem record{};
+    if (element->protect_mode == JX_PROTECT_C || element->protect_mode == JX_PROTECT_F) {
+        jx::remove_stale_companions(*element, module_name);
+    }
+    if (element->protect_mode > JX_PROTECT_F) {
+        return JX_ERR_PROTECT_MODE;
+    }
+    int32_t rc = jx::create_reg_item_info(*element, module_name, record);
+    if (rc == JX_OK) {
+        rc = jx::fsync_register_inter(record);
+    }
+    if (rc != JX_OK) {
+        return rc;
+    }
+    jx::add_module_item(*element, module_name);
+    return jx::repair_working_copy(*element, record);
+}

@@ -1,0 +1,127 @@
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+
+#include <glib.h>
+
+#include "frame/frame.h"
+#include "frame/module_list.h"
+#include "integrity/integrity.h"
+#include "registry/registry.h"
+#include "startup/startup.h"
+
+namespace jx {
+namespace {
+
+constexpr uint32_t kTableModeCode = 68;
+constexpr gid_t kTableGroup = 103;
+constexpr std::size_t kPackageNameSize = 64;
+
+// Opened once per process and never closed; close-on-exec keeps it out of the
+// programs the library runs.
+int32_t open_table_lock() noexcept {
+    if (reg_table_fd() != -1) {
+        return JX_OK;
+    }
+    const mode_t mode = jx_create_privilege(kTableModeCode);
+    set_reg_table_fd(io().open(kRegTablePath, O_RDWR | O_CREAT | O_CLOEXEC, mode));
+    if (reg_table_fd() < 0) {
+        const int e = errno;
+        set_reg_table_fd(-1);
+        JX_LOG("open (%s) failed: errno %d(%s).", kRegTableName, e, g_strerror(e));
+        return JX_ERR_OPEN;
+    }
+    (void)io().chmod(kRegTablePath, mode);
+    if (io().chown(kRegTablePath, static_cast<uid_t>(-1), kTableGroup) != 0) {
+        const int e = errno;
+        JX_LOG("chown on file(%s) failed: errno %d(%s).", kRegTablePath, e, g_strerror(e));
+    }
+    return JX_OK;
+}
+
+// jx_init_package_item: the package of a size-limited file is a C file of its own.
+void register_package(const JxItemCfg &element, const char *module_name) noexcept {
+    const GPtr<char> name(static_cast<char *>(g_try_malloc0(kPackageNameSize)));
+    if (!name) {
+        JX_LOG("[%s]%d g_malloc0 failed\n", "jx_init_package_item", __LINE__);
+        return;
+    }
+    g_snprintf(name.get(), kPackageNameSize, "%s.tar.gz", element.short_name);
+    const JxItemCfg package = {name.get(), element.package_path, JX_PROTECT_C, 0, nullptr,
+                               nullptr,    element.privilege,    nullptr,      nullptr};
+    const int32_t rc = jx_init_item(&package, module_name);
+    if (rc != JX_OK) {
+        JX_LOG("jx_init_item (%s %s) failed: ret %d.", module_name, name.get(), rc);
+    }
+}
+
+int32_t register_elements(const JxItemCfg *cfg, int32_t count, const char *module_name) noexcept {
+    for (int32_t i = 0; i < count; ++i) {
+        const JxItemCfg &element = cfg[i];
+        if (g_jx_reg_list != nullptr && jx_find_module_item(element.short_name) != nullptr) {
+            continue;
+        }
+        const int32_t rc = jx_init_item(&element, module_name);
+        if (rc != JX_OK) {
+            JX_LOG("jx_init_item (%s %s) failed: ret %d.", module_name, element.short_name, rc);
+            return rc;
+        }
+        if (element.package_size != 0) {
+            register_package(element, module_name);
+        }
+    }
+    return JX_OK;
+}
+
+// Both words are compared with their terminating zero, so a word followed by
+// anything else counts as neither.
+bool flag_holds(const Content &flag, const char (&word)[8]) noexcept {
+    return flag.len + 1 >= sizeof word && std::memcmp(flag.data.get(), word, sizeof word) == 0;
+}
+
+int32_t act_on_load_flag() noexcept {
+    Content flag;
+    GErrorPtr error;
+    if (!read_whole_file(kLoadCfgFlagPath, flag, error)) {
+        return JX_OK;
+    }
+    if (flag_holds(flag, kFactoryWord)) {
+        jx_recover_factory_S_cfg();
+    } else if (flag_holds(flag, kClearedWord)) {
+        return JX_OK;
+    }
+    return jx_factory_load_req(0) == JX_OK ? JX_OK : JX_ERR_LOAD_REQ;
+}
+
+}  // namespace
+}  // namespace jx
+
+extern "C" int32_t jx_init_cfg(const JxItemCfg *cfg, int32_t count, const char *module_name) noexcept {
+    if (cfg == nullptr) {
+        return JX_ERR_PARAM1;
+    }
+    if (count == 0) {
+        return JX_ERR_PARAM2;
+    }
+    if (module_name == nullptr) {
+        return JX_ERR_PARAM3;
+    }
+    int32_t rc = jx::reboot_guard(true);
+    if (rc == JX_OK) {
+        rc = jx::open_table_lock();
+    }
+    if (rc != JX_OK) {
+        return rc;
+    }
+    const jx::TableLock table;
+    rc = jx::register_elements(cfg, count, module_name);
+    return rc != JX_OK ? rc : jx::act_on_load_flag();
+}
+
+extern "C" int32_t jx_init(const JxItemCfg *cfg, int32_t count) noexcept {
+    const int32_t rc = jx_init_cfg(cfg, count, jx_get_module_name());
+    if (rc != JX_OK) {
+        JX_LOG("jx_init_cfg failed: ret %d.", rc);
+    }
+    return rc;
+}
