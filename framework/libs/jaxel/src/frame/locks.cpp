@@ -62,7 +62,7 @@ FileLock::~FileLock() { unlock_fd(fd_); }
 int reg_table_fd() noexcept { return g_jx_reg_fd; }
 void set_reg_table_fd(int fd) noexcept { g_jx_reg_fd = fd; }
 
-TableLock::TableLock() noexcept : fd_(g_jx_reg_fd) { lock_fd(fd_); }
+TableLock::TableLock(int fd) noexcept : fd_(fd) { lock_fd(fd_); }
 TableLock::~TableLock() { unlock_fd(fd_); }
 
 }  // namespace jx

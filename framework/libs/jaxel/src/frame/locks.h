@@ -51,10 +51,11 @@ private:
 int reg_table_fd() noexcept;
 void set_reg_table_fd(int fd) noexcept;
 
-// The registration-table flock; it never takes the library mutex.
+// The flock of a registration table (by default the process's own); it never
+// takes the library mutex.
 class TableLock {
 public:
-    TableLock() noexcept;
+    explicit TableLock(int fd = reg_table_fd()) noexcept;
     ~TableLock();
     TableLock(const TableLock &) = delete;
     TableLock &operator=(const TableLock &) = delete;
