@@ -6,10 +6,10 @@
  * the working copy is damaged and the next start repairs it, then the service
  * writes, edits and rolls over files, keeps a key file and restores a file to
  * its factory state. Each start-up runs in a fresh process, as on the target. */
+#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <syslog.h>
@@ -55,7 +55,7 @@ static void show(const char *path) {
         return;
     }
     n = fread(text, 1, sizeof text - 1, f);
-    fclose(f);
+    (void)fclose(f);
     printf("  %s (%u bytes, valid %d): %s\n", path, (unsigned)n, is_ram_file_valid(path), text);
 }
 
@@ -76,7 +76,7 @@ static void restart(const char *self, const char *why) {
     pid_t pid;
     int status = 0;
     printf("-- restart: %s\n", why);
-    fflush(stdout);
+    (void)fflush(stdout);
     pid = fork();
     if (pid == 0) {
         execl(self, self, "start", (char *)NULL);

@@ -1,8 +1,13 @@
 #!/bin/sh
-# Installs what building and testing libjaxel needs on Debian 12 (as root).
+# Installs what building and testing libjaxel needs on Debian 12 (as root):
+# compilers and libraries, the tools of the CI gates (formatting, static
+# analysis, valgrind) and of the armhf build (cross compiler, qemu-user,
+# mmdebstrap).
 set -eu
 packages="cmake g++ make pkg-config libglib2.0-dev libssl-dev libgtest-dev libgmock-dev
-  libbenchmark-dev util-linux binutils tar gzip"
+  libbenchmark-dev util-linux binutils tar gzip
+  clang-format clang-tidy cppcheck shellcheck valgrind
+  g++-arm-linux-gnueabihf qemu-user-static mmdebstrap"
 missing=""
 for p in $packages; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
@@ -10,5 +15,6 @@ done
 if [ -n "$missing" ]; then
   export DEBIAN_FRONTEND=noninteractive
   apt-get update -qq
+  # shellcheck disable=SC2086 # one word per package
   apt-get install -y -qq --no-install-recommends $missing
 fi

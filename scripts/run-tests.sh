@@ -1,7 +1,35 @@
 #!/bin/sh
-# Builds everything and runs the whole test suite; CTest's summary closes the run.
+# Builds everything and runs the whole test suite with its quality gates:
+# formatting, static analysis, a leak check under valgrind, the suite under
+# AddressSanitizer + UndefinedBehaviorSanitizer, the threaded tests under
+# ThreadSanitizer, the armhf cross build under qemu, and last the plain suite,
+# whose CTest summary closes the run. Any finding fails the run.
+# usage: run-tests.sh [STAGE...]
+#   stages: format build analyze leaks sanitizers armhf test (default: all, in this order)
 set -eu
 cd "$(dirname "$0")/.."
-cmake -S . -B build-tests -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build-tests -j"$(nproc)"
-ctest --test-dir build-tests -j"$(nproc)" --output-on-failure --timeout 120
+. scripts/ci/lib.sh
+
+plain=build-tests
+
+build_stage() {
+  banner "plain build"
+  configure_and_build "$plain" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
+}
+
+[ $# -gt 0 ] || set -- format build analyze leaks sanitizers armhf test
+for stage in "$@"; do
+  case $stage in
+  format) banner "formatting" && scripts/check-format.sh ;;
+  build) build_stage ;;
+  analyze) banner "static analysis" && scripts/static-analysis.sh "$plain" ;;
+  leaks) scripts/check-leaks.sh "$plain" ;;
+  sanitizers) scripts/test-sanitizers.sh ;;
+  armhf) scripts/test-armhf.sh ;;
+  test)
+    banner "plain build: whole suite"
+    ctest --test-dir "$plain" -j"$JOBS" --output-on-failure --timeout 300 --no-tests=error
+    ;;
+  *) echo "unknown stage: $stage" >&2 && exit 2 ;;
+  esac
+done

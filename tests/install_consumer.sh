@@ -14,6 +14,7 @@ int main(void) {
 C
 libdir=$(find "$work/prefix" -name jaxel.pc -exec dirname {} \;)
 export PKG_CONFIG_PATH="$libdir"
+# shellcheck disable=SC2046 # pkg-config prints several words on purpose
 "$cc" -std=c99 -pedantic -Werror "$work/app.c" -o "$work/app" $(pkg-config --cflags --libs jaxel)
 test -f "$(dirname "$libdir")/cmake/Jaxel/JaxelConfig.cmake"
 LD_LIBRARY_PATH="$(dirname "$libdir")" "$work/app"

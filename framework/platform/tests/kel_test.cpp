@@ -67,8 +67,9 @@ TEST(KelSystem, ReportsHowTheProgramEnded) {
 }
 
 TEST(KelSystem, PassesArgumentsAndEnvironmentUnchanged) {
-    EXPECT_EQ(run({"/bin/sh", "-c", "test \"$1\" = 'a b;c' && test $# -eq 2", "sh", "a b;c", "$HOME"}),
-              0);
+    EXPECT_EQ(
+        run({"/bin/sh", "-c", "test \"$1\" = 'a b;c' && test $# -eq 2", "sh", "a b;c", "$HOME"}),
+        0);
     EXPECT_NE(run({"/bin/sh", "-c", "test \"$1\" = a", "sh", "a b"}), 0);
     ASSERT_EQ(setenv("KEL_PROBE", "x y", 1), 0);
     EXPECT_EQ(run({"/bin/sh", "-c", "test \"$KEL_PROBE\" = 'x y'"}), 0);

@@ -2,9 +2,9 @@
 #ifndef JAXEL_H
 #define JAXEL_H
 
+#include <glib.h>
 #include <stdint.h>
 #include <stdio.h>
-#include <glib.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -27,12 +27,7 @@ enum {
 };
 
 /* Storage tiers of jx_get_file_path. */
-enum {
-    JX_TIER_PRAM = 0,
-    JX_TIER_SAVE = 1,
-    JX_TIER_SAVE_ALT = 2,
-    JX_TIER_PFLASH = 3
-};
+enum { JX_TIER_PRAM = 0, JX_TIER_SAVE = 1, JX_TIER_SAVE_ALT = 2, JX_TIER_PFLASH = 3 };
 
 enum {
     JX_OK = 0,
@@ -110,7 +105,8 @@ int32_t jx_factory_load_req(uint32_t request) JX_NOEXCEPT;
 
 /* handles */
 JxFile *jx_fopen(const char *short_name, const char *mode) JX_NOEXCEPT;
-JxFile *jx_fopen_file(const char *short_name, const char *module_name, const char *mode) JX_NOEXCEPT;
+JxFile *jx_fopen_file(const char *short_name, const char *module_name,
+                      const char *mode) JX_NOEXCEPT;
 void jx_fclose(JxFile *stream) JX_NOEXCEPT;
 int32_t jx_fwrite(const void *ptr, uint32_t size, uint32_t n, JxFile *stream) JX_NOEXCEPT;
 JxFile *jx_fopen_log_file(const JxItemCfg *jx_info, const char *mode) JX_NOEXCEPT;

@@ -26,13 +26,12 @@ static int open_flags(int flags)
 
 static int open_visible(const struct pflash_handle *h, int flags, bool *created)
 {
-    int fd;
     *created = false;
     if ((flags & O_CREAT) == 0) {
         return pf_open(h->paths.visible, h->flags, 0);
     }
     if ((flags & O_EXCL) != 0) {
-        fd = pf_open(h->paths.visible, h->flags | O_CREAT | O_EXCL, PF_NEW_FILE_MODE);
+        const int fd = pf_open(h->paths.visible, h->flags | O_CREAT | O_EXCL, PF_NEW_FILE_MODE);
         *created = fd >= 0;
         return fd;
     }

@@ -21,11 +21,16 @@ namespace {
 int open_real(const char *path, int flags, mode_t mode) { return ::open(path, flags, mode); }
 
 const Io kRealIo = {
-    open_real,           open_stream_nofollow, ::fwrite,         ::fputc,
-    ::fflush,            ::fsync,              ::ftruncate,      ::unlink,
-    ::chmod,             ::fchmod,             ::chown,          ::fchown,
-    ::flock,             kel_system_s,         kel_task_delay,   pflash_open,
-    pflash_write,        pflash_get_contents,  pflash_close,     pflash_recover_file,
+    open_real,      open_stream_nofollow,
+    ::fwrite,       ::fputc,
+    ::fflush,       ::fsync,
+    ::ftruncate,    ::unlink,
+    ::chmod,        ::fchmod,
+    ::chown,        ::fchown,
+    ::flock,        kel_system_s,
+    kel_task_delay, pflash_open,
+    pflash_write,   pflash_get_contents,
+    pflash_close,   pflash_recover_file,
     ::syslog,
 };
 

@@ -11,6 +11,7 @@
 
 namespace jx {
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): a printf-style line is what every caller writes.
 void log_line(const char *source, int line, const char *format, ...) noexcept {
     char message[256] = {};
     va_list args;

@@ -25,7 +25,8 @@ bool is_safe(const char *arg) noexcept {
 }
 
 // Appends text to out at *used; false when it does not fit with the NUL.
-bool append(char *out, std::size_t size, std::size_t *used, const char *text, std::size_t len) noexcept {
+bool append(char *out, std::size_t size, std::size_t *used, const char *text,
+            std::size_t len) noexcept {
     if (len >= size - *used) {
         return false;
     }

@@ -22,7 +22,7 @@ public:
     bool fits() const noexcept { return fits_; }
 
 private:
-    char text_[kShellCommandSize];
+    char text_[kShellCommandSize] = {};
     bool fits_;
 };
 

@@ -34,11 +34,13 @@ extern "C" void jx_flush_file(JxFile *stream) noexcept {
     }
     if (jx::io().fflush(stream->fd) != 0) {
         const int e = errno;
-        JX_LOG("jx_flush_file jx_fflush(%s) failed:err[%d:%s].", stream->file_name, e, g_strerror(e));
+        JX_LOG("jx_flush_file jx_fflush(%s) failed:err[%d:%s].", stream->file_name, e,
+               g_strerror(e));
     }
     if (jx::io().fsync(fileno(stream->fd)) != 0) {
         const int e = errno;
-        JX_LOG("jx_flush_file jx_fsync(%s) failed:err[%d:%s].", stream->file_name, e, g_strerror(e));
+        JX_LOG("jx_flush_file jx_fsync(%s) failed:err[%d:%s].", stream->file_name, e,
+               g_strerror(e));
     }
     const jx::GPtr<RegItem> record(get_reg_inter_info(stream->file_path));
     if (!record) {

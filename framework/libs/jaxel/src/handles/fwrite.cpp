@@ -44,7 +44,8 @@ bool write_position(const JxFile *stream, uint32_t content_len, uint64_t &positi
     return true;
 }
 
-bool copy_into(char *dest, uint64_t dest_len, uint64_t offset, const void *src, uint64_t count) noexcept {
+bool copy_into(char *dest, uint64_t dest_len, uint64_t offset, const void *src,
+               uint64_t count) noexcept {
     if (count == 0) {
         return true;
     }
@@ -88,8 +89,9 @@ int32_t protected_write(const WriteRequest &request) noexcept {
     }
     const uint64_t end = position + static_cast<uint64_t>(request.size) * request.n;
     if (end > UINT32_MAX) {
-        JX_LOG("fwrite %s (sz %u count %u) failed: end %llu beyond 4 GiB.", base_name(stream->file_path),
-               request.size, request.n, static_cast<unsigned long long>(end));
+        JX_LOG("fwrite %s (sz %u count %u) failed: end %llu beyond 4 GiB.",
+               base_name(stream->file_path), request.size, request.n,
+               static_cast<unsigned long long>(end));
         return 0;
     }
     uint32_t length = 0;
@@ -134,5 +136,6 @@ int32_t write_by_protect_mode(const WriteRequest &request) noexcept {
 }  // namespace jx
 
 extern "C" int32_t jx_fwrite(const void *ptr, uint32_t size, uint32_t n, JxFile *stream) noexcept {
-    return jx::locked_handle_write({ptr, size, n, stream}, jx::jx_package, jx::write_by_protect_mode);
+    return jx::locked_handle_write({ptr, size, n, stream}, jx::jx_package,
+                                   jx::write_by_protect_mode);
 }

@@ -36,7 +36,8 @@ bool passes_size_check(JxFile *stream, Packager packager, int32_t &refusal) noex
 
 }  // namespace
 
-int32_t locked_handle_write(const WriteRequest &request, Packager packager, WriteBody body) noexcept {
+int32_t locked_handle_write(const WriteRequest &request, Packager packager,
+                            WriteBody body) noexcept {
     if (request.ptr == nullptr) {
         JX_LOG("invalid input para: ptr is NULL.");
         return JX_ERR_PARAM1;
@@ -58,7 +59,8 @@ int32_t locked_handle_write(const WriteRequest &request, Packager packager, Writ
 }
 
 std::size_t write_items(const WriteRequest &request) noexcept {
-    const std::size_t written = io().fwrite(request.ptr, request.size, request.n, request.stream->fd);
+    const std::size_t written =
+        io().fwrite(request.ptr, request.size, request.n, request.stream->fd);
     if (written != request.n) {
         const int e = errno;
         JX_LOG("fwrite %s (sz %d count %d) failed: wcnt %d errno %d(%s)",

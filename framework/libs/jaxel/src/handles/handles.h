@@ -24,7 +24,8 @@ using WriteBody = int32_t (*)(const WriteRequest &request);
 
 // The steps every handle write shares: argument checks, reboot guard, library
 // mutex and flock on the handle, the size check with `packager`; then `body`.
-int32_t locked_handle_write(const WriteRequest &request, Packager packager, WriteBody body) noexcept;
+int32_t locked_handle_write(const WriteRequest &request, Packager packager,
+                            WriteBody body) noexcept;
 
 // One stream write of the request; a short count is logged and returned.
 std::size_t write_items(const WriteRequest &request) noexcept;

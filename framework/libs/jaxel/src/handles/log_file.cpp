@@ -74,7 +74,8 @@ extern "C" JxFile *jx_fopen_log_file(const JxItemCfg *jx_info, const char *mode)
     return handle.release();
 }
 
-extern "C" int32_t jx_fwrite_log(const void *ptr, uint32_t size, uint32_t n, JxFile *stream) noexcept {
+extern "C" int32_t jx_fwrite_log(const void *ptr, uint32_t size, uint32_t n,
+                                 JxFile *stream) noexcept {
     return jx::locked_handle_write({ptr, size, n, stream}, jx::jx_package_log, jx::log_write);
 }
 
@@ -83,7 +84,7 @@ extern "C" void jx_fclose_log_file(JxFile *stream) noexcept {
         return;
     }
     if (stream->fd != nullptr) {
-        std::fclose(stream->fd);
+        (void)std::fclose(stream->fd);
         g_free(stream->item);
     }
     g_free(stream);

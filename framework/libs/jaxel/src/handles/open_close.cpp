@@ -130,7 +130,7 @@ extern "C" void jx_fclose(JxFile *stream) noexcept {
         return;
     }
     if (stream->fd != nullptr) {
-        std::fclose(stream->fd);
+        (void)std::fclose(stream->fd);
     }
     g_free(stream);
 }

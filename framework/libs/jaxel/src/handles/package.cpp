@@ -47,12 +47,14 @@ int32_t finish_package(JxFile *stream, const char *package_path) noexcept {
     const int rc = io().chmod(package_path, kPackageMode);
     if (rc != 0) {
         const int e = errno;
-        JX_LOG("chmod(%s) failed: ret %d errno %d(%s)", base_name(package_path), rc, e, g_strerror(e));
+        JX_LOG("chmod(%s) failed: ret %d errno %d(%s)", base_name(package_path), rc, e,
+               g_strerror(e));
         return rc;
     }
     if (io().ftruncate(stream->file_no, 0) != 0) {
         const int e = errno;
-        JX_LOG("ftruncate %s failed: errno %d(%s).", base_name(stream->file_path), e, g_strerror(e));
+        JX_LOG("ftruncate %s failed: errno %d(%s).", base_name(stream->file_path), e,
+               g_strerror(e));
         return JX_ERR_PACKAGE;
     }
     if (std::fseek(stream->fd, 0, SEEK_SET) != 0) {
@@ -75,7 +77,8 @@ bool log_package_directory(const JxFile *stream, Path &directory) noexcept {
         return false;
     }
     // A package path right under "/" keeps "/" rather than an empty directory.
-    const std::size_t length = std::max<std::size_t>(static_cast<std::size_t>(slash - package_path), 1);
+    const std::size_t length =
+        std::max<std::size_t>(static_cast<std::size_t>(slash - package_path), 1);
     g_strlcpy(directory.text, package_path, std::min(length + 1, sizeof directory.text));
     return true;
 }

@@ -15,13 +15,13 @@ bool sha256_hex(const void *data, std::size_t len, char out[kSha256HexSize]) noe
     unsigned char md[EVP_MAX_MD_SIZE];
     unsigned int md_len = 0;
     if (EVP_Digest(data, len, md, &md_len, EVP_sha256(), nullptr) != 1 ||
-        md_len * 2 != kSha256HexLen) {
+        static_cast<std::size_t>(md_len) * 2 != kSha256HexLen) {
         return false;
     }
     static constexpr char kHexDigits[] = "0123456789abcdef";
     for (unsigned int i = 0; i < md_len; ++i) {
-        out[2 * i] = kHexDigits[md[i] >> 4];
-        out[2 * i + 1] = kHexDigits[md[i] & 0x0f];
+        out[static_cast<std::size_t>(i) * 2] = kHexDigits[md[i] >> 4];
+        out[static_cast<std::size_t>(i) * 2 + 1] = kHexDigits[md[i] & 0x0f];
     }
     out[kSha256HexLen] = '\0';
     return true;

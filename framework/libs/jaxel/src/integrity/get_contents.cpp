@@ -42,7 +42,7 @@ bool read_whole_file(const char *path, Content &out, GErrorPtr &error) noexcept 
         error.reset(raw);
         return false;
     }
-    if (static_cast<uint64_t>(len) > UINT32_MAX) {
+    if (const uint64_t wide = len; wide > UINT32_MAX) {
         g_free(buf);
         error.reset(g_error_new_literal(G_FILE_ERROR, G_FILE_ERROR_FAILED, "file too large"));
         return false;

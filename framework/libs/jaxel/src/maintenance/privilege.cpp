@@ -78,10 +78,12 @@ int32_t jx_open_with_privilege(JxFile *handle, const char *mode) noexcept {
         return jx::fail_open(handle, stream, "fileno");
     }
     const JxPrivilege privilege = handle->item->privilege;
-    if (jx::io().fchmod(handle->file_no, jx_create_privilege(jx::privilege_mode_code(privilege))) != 0) {
+    if (jx::io().fchmod(handle->file_no, jx_create_privilege(jx::privilege_mode_code(privilege))) !=
+        0) {
         return jx::fail_open(handle, stream, "fchmod");
     }
-    if (jx::io().fchown(handle->file_no, static_cast<uid_t>(-1), jx::privilege_group(privilege)) != 0) {
+    if (jx::io().fchown(handle->file_no, static_cast<uid_t>(-1), jx::privilege_group(privilege)) !=
+        0) {
         return jx::fail_open(handle, stream, "fchown");
     }
     (void)stream.release();

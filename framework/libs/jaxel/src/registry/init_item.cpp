@@ -52,7 +52,8 @@ void set_field(char (&field)[kPathMax], const char *value) noexcept {
 
 // The module's own durable path when it gave one (resolved where it can be),
 // otherwise the save-area path.
-void set_chosen_or_default(char (&field)[kPathMax], const char *chosen, const Path &fallback) noexcept {
+void set_chosen_or_default(char (&field)[kPathMax], const char *chosen,
+                           const Path &fallback) noexcept {
     if (chosen == nullptr || chosen[0] == '\0') {
         set_field(field, fallback.c_str());
         return;
@@ -62,7 +63,8 @@ void set_chosen_or_default(char (&field)[kPathMax], const char *chosen, const Pa
 }
 
 // _create_reg_item_info: the paths of the file's copies by protect mode.
-int32_t create_reg_item_info(const JxItemCfg &element, const char *module_name, RegItem &record) noexcept {
+int32_t create_reg_item_info(const JxItemCfg &element, const char *module_name,
+                             RegItem &record) noexcept {
     const Path t0 = tier_path(element, module_name, JX_TIER_PRAM);
     const Path t1 = tier_path(element, module_name, JX_TIER_SAVE);
     switch (element.protect_mode) {
@@ -137,7 +139,8 @@ void print_group(FILE *table, const RegItem &r, int number) noexcept {
     }
     g_fprintf(table, "privilege=%llu\n", static_cast<unsigned long long>(r.privilege));
     if (r.callback_obj != nullptr && r.callback_method != nullptr) {
-        g_fprintf(table, "callback_obj=%s\ncallback_method=%s\n", r.callback_obj, r.callback_method);
+        g_fprintf(table, "callback_obj=%s\ncallback_method=%s\n", r.callback_obj,
+                  r.callback_method);
     }
 }
 

@@ -22,10 +22,12 @@ constexpr std::size_t kStashPathSize = 276;
 constexpr std::size_t kCommandSize = 256;
 constexpr uint32_t kTableModeCode = 68;
 
-constexpr const char *kPreservedFiles[] = {"User_Roster",   "keep_config.ini",     "keep_def_config.ini",
-                                           "User_denylist", "User_verifydata.dat", "User_verifydata_bkp.dat"};
+constexpr const char *kPreservedFiles[] = {"User_Roster",         "keep_config.ini",
+                                           "keep_def_config.ini", "User_denylist",
+                                           "User_verifydata.dat", "User_verifydata_bkp.dat"};
 
-char *const kMkdirArgv[] = {const_cast<char *>("/bin/mkdir"), const_cast<char *>(kStashDir), nullptr, nullptr};
+char *const kMkdirArgv[] = {const_cast<char *>("/bin/mkdir"), const_cast<char *>(kStashDir),
+                            nullptr, nullptr};
 
 // The saved copy of a file in the stash, by the file's base name; null after
 // logging when it does not fit.
@@ -111,11 +113,13 @@ void restore_group(GKeyFile *table, const char *group) noexcept {
 // jx_recover_cfg_with_check: the S entries of the stashed table, each verified.
 int32_t recover_cfg_with_check() noexcept {
     char table_path[kStashPathSize] = {};
-    if (snprintf_s(table_path, sizeof table_path, sizeof table_path, "%s/fsync_reg.ini", kStashDir) < 0) {
+    if (snprintf_s(table_path, sizeof table_path, sizeof table_path, "%s/fsync_reg.ini",
+                   kStashDir) < 0) {
         JX_LOG("snprintf_s file_name failed\n");
         return JX_ERR_NO_MEMORY;
     }
-    const UniqueFd fd(io().open(table_path, O_RDWR | O_CREAT | O_CLOEXEC, jx_create_privilege(kTableModeCode)));
+    const UniqueFd fd(
+        io().open(table_path, O_RDWR | O_CREAT | O_CLOEXEC, jx_create_privilege(kTableModeCode)));
     if (!fd) {
         const int e = errno;
         JX_LOG("open (%s) failed: errno %d(%s).", kRegTableName, e, g_strerror(e));
@@ -196,7 +200,8 @@ void jx_recover_factory_S_cfg() noexcept {
         return;
     }
     if (jx::unpack(jx::kRecoverPointPath) == JX_OK &&
-        (::access(jx::kRecoverPointCrcPath, F_OK) != 0 || jx::unpack(jx::kRecoverPointCrcPath) == JX_OK)) {
+        (::access(jx::kRecoverPointCrcPath, F_OK) != 0 ||
+         jx::unpack(jx::kRecoverPointCrcPath) == JX_OK)) {
         jx::restore_from_stash();
     }
     jx::remove_stash();

@@ -47,7 +47,7 @@ void register_package(const JxItemCfg &element, const char *module_name) noexcep
         return;
     }
     g_snprintf(name.get(), kPackageNameSize, "%s.tar.gz", element.short_name);
-    const JxItemCfg package = {name.get(), element.package_path, JX_PROTECT_C, 0, nullptr,
+    const JxItemCfg package = {name.get(), element.package_path, JX_PROTECT_C, 0,      nullptr,
                                nullptr,    element.privilege,    nullptr,      nullptr};
     const int32_t rc = jx_init_item(&package, module_name);
     if (rc != JX_OK) {
@@ -96,7 +96,8 @@ int32_t act_on_load_flag() noexcept {
 }  // namespace
 }  // namespace jx
 
-extern "C" int32_t jx_init_cfg(const JxItemCfg *cfg, int32_t count, const char *module_name) noexcept {
+extern "C" int32_t jx_init_cfg(const JxItemCfg *cfg, int32_t count,
+                               const char *module_name) noexcept {
     if (cfg == nullptr) {
         return JX_ERR_PARAM1;
     }

@@ -6,7 +6,7 @@ static GKeyFile *(*const kOpenKeyFile)(const char *, int, int) = jx_open_key_fil
 
 int jaxel_header_c99_probe(void);
 int jaxel_header_c99_probe(void) {
-    JxFile file;
+    JxFile file = {0};
     JxItemCfg cfg = {0};
     (void)file;
     (void)cfg;

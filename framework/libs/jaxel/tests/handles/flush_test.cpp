@@ -25,8 +25,9 @@ TEST_F(FlushTest, AnUnregisteredLogIsStillFlushedAndSynced) {
     faults.fail(Call::kFflush, 1, EIO);
     jx_flush_file(handle);
     EXPECT_EQ(faults.count(Call::kFsync), 1);
-    EXPECT_EQ(log.messages(), (Messages{"jx_flush_file jx_fflush(applog) failed:err[5:Input/output error].",
-                                        "jx_flush_file file (applog) not register."}));
+    EXPECT_EQ(log.messages(),
+              (Messages{"jx_flush_file jx_fflush(applog) failed:err[5:Input/output error].",
+                        "jx_flush_file file (applog) not register."}));
     jx_fclose_log_file(handle);
 }
 
@@ -51,8 +52,10 @@ TEST_F(FlushTest, SyncsTheCompanionsThatTheRecordLists) {
     ASSERT_NE(handle, nullptr);
     jx::test::LogCapture log;
     jx_flush_file(handle);
-    EXPECT_EQ(log.messages(),
-              Messages{"jx_flush_file g_fopen(app_data.sha256) failed: err[2: No such file or directory]."});
+    EXPECT_EQ(
+        log.messages(),
+        Messages{
+            "jx_flush_file g_fopen(app_data.sha256) failed: err[2: No such file or directory]."});
     EXPECT_EQ(faults.count(Call::kFsync), 2 + 4);
     jx_fclose(handle);
 }

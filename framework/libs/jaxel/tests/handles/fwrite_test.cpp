@@ -48,8 +48,9 @@ TEST_F(FwriteTest, ProtectedWritesLandWhereTheModeSays) {
     expect_content(path, std::string("hABCDXY\0\0Z", 10));
     jx::test::LogCapture log;
     EXPECT_EQ(jx_fwrite("x", 0x10000, 0x10000, update), 0);
-    EXPECT_EQ(log.messages(),
-              Messages{"fwrite app_data (sz 65536 count 65536) failed: end 4294967306 beyond 4 GiB."});
+    EXPECT_EQ(
+        log.messages(),
+        Messages{"fwrite app_data (sz 65536 count 65536) failed: end 4294967306 beyond 4 GiB."});
     jx_fclose(update);
 
     // Read-only handles write nothing and say nothing.
@@ -74,10 +75,12 @@ TEST_F(FwriteTest, RefusalsAndPlainShortWritesAreReported) {
     EXPECT_EQ(jx_fwrite("xyz", 1, 3, reader), 0);
     write_file("/dev/shm/.Reboot.flag", "");
     EXPECT_EQ(jx_fwrite("x", 1, 1, reader), JX_ERR_REBOOTING);
-    EXPECT_EQ(log.messages(), (Messages{"invalid input para: ptr is NULL.",
-                                        "invalid input para: stream or stream->fd is NULL.",
-                                        "fwrite app_plain (sz 1 count 3) failed: wcnt 0 errno 9(Bad file descriptor)",
-                                        "reboot processing, operation stopped."}));
+    EXPECT_EQ(
+        log.messages(),
+        (Messages{"invalid input para: ptr is NULL.",
+                  "invalid input para: stream or stream->fd is NULL.",
+                  "fwrite app_plain (sz 1 count 3) failed: wcnt 0 errno 9(Bad file descriptor)",
+                  "reboot processing, operation stopped."}));
     jx_fclose(reader);
     // Opening is not held up by a reboot.
     JxFile *other = jx_fopen("plain", "a");

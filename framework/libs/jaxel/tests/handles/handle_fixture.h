@@ -54,8 +54,9 @@ inline std::string run_output(std::initializer_list<const char *> args) {
     argv.push_back(nullptr);
     gchar *out = nullptr;
     gint status = 0;
-    const bool ran = g_spawn_sync(nullptr, const_cast<gchar **>(argv.data()), nullptr,
-                                  G_SPAWN_SEARCH_PATH, nullptr, nullptr, &out, nullptr, &status, nullptr);
+    const bool ran =
+        g_spawn_sync(nullptr, const_cast<gchar **>(argv.data()), nullptr, G_SPAWN_SEARCH_PATH,
+                     nullptr, nullptr, &out, nullptr, &status, nullptr);
     const std::string text = ran && status == 0 ? out : "<failed>";
     g_free(out);
     return text;

@@ -76,8 +76,9 @@ TEST_F(LogFileTest, APackagePathWithoutDirectoryNeverPacks) {
     EXPECT_EQ(log_text(handle, "abcd"), 4);
     EXPECT_EQ(log_text(handle, "efgh"), 4);
     EXPECT_EQ(log_text(handle, "i"), 0);
-    EXPECT_EQ(log.messages(), (Messages{"file package path err(applog).", "file package path err(applog).",
-                                        "jx_package failed: ret -3999979."}));
+    EXPECT_EQ(log.messages(),
+              (Messages{"file package path err(applog).", "file package path err(applog).",
+                        "jx_package failed: ret -3999979."}));
     EXPECT_EQ(read_file(kLogPath), "abcdefgh");
     jx_fclose_log_file(handle);
 }
@@ -115,7 +116,8 @@ TEST_F(LogFileTest, TheCounterCountsItemsWrittenEvenWhenShort) {
     setrlimit(RLIMIT_FSIZE, &saved);
     EXPECT_EQ(written, 1);
     EXPECT_EQ(jx_wirte_cnt_get(1), 4u);
-    EXPECT_TRUE(log.contains("fwrite applog (sz 4096 count 3) failed: wcnt 1 errno 27(File too large)"));
+    EXPECT_TRUE(
+        log.contains("fwrite applog (sz 4096 count 3) failed: wcnt 1 errno 27(File too large)"));
     jx_fclose_log_file(handle);
 }
 

@@ -28,9 +28,10 @@ TEST_F(OpenCloseTest, RefusesWhatWasNotRegisteredOrMayNotBeOpened) {
     register_file(item_cfg("log", JX_PROTECT_C, 100));
     EXPECT_EQ(jx_fopen("unknown", "r"), nullptr);
     EXPECT_EQ(jx_fopen("log", "w"), nullptr);
-    EXPECT_EQ(log.messages(), (Messages{"input para invalid: short_name.", "input para invalid: module_name.",
-                                        "input para invalid: mode.", "para invalid: g_jx_reg_list.",
-                                        "unknown not register.", "unsupport mode: w."}));
+    EXPECT_EQ(log.messages(),
+              (Messages{"input para invalid: short_name.", "input para invalid: module_name.",
+                        "input para invalid: mode.", "para invalid: g_jx_reg_list.",
+                        "unknown not register.", "unsupport mode: w."}));
     // A size-limited file is still read and appended to.
     for (const char *mode : {"a", "r+"}) {
         JxFile *handle = jx_fopen("log", mode);

@@ -57,8 +57,9 @@ TEST_F(PackageTest, WhilePackingFailsTheFileGrowsToTwiceTheSizeOnly) {
         faults.fail(Call::kRun, 1, ENOENT, true);
         EXPECT_EQ(write_text(handle, "abcd"), 4);
         EXPECT_EQ(write_text(handle, "efghi"), 5);  // past the size, written whole
-        EXPECT_EQ(log.messages(),
-                  Messages{"exce cmd failed: cd /opt/ulx/pram/;tar -czf app_log.tar.gz app_log 2."});
+        EXPECT_EQ(
+            log.messages(),
+            Messages{"exce cmd failed: cd /opt/ulx/pram/;tar -czf app_log.tar.gz app_log 2."});
         EXPECT_EQ(write_text(handle, "j"), 0);
         EXPECT_EQ(jx::test::last_message(log), "jx_package failed: ret -3999979.");
     }
@@ -68,8 +69,9 @@ TEST_F(PackageTest, WhilePackingFailsTheFileGrowsToTwiceTheSizeOnly) {
         jx::test::LogCapture log;
         faults.fail(Call::kFsync, 1, EIO);
         EXPECT_EQ(write_text(handle, "k"), 0);
-        EXPECT_EQ(log.messages(), (Messages{"fsync app_log.tar.gz failed: errno 5(Input/output error).",
-                                            "jx_package failed: ret -3999979."}));
+        EXPECT_EQ(log.messages(),
+                  (Messages{"fsync app_log.tar.gz failed: errno 5(Input/output error).",
+                            "jx_package failed: ret -3999979."}));
         EXPECT_EQ(read_file(path), "abcdefghi");
         EXPECT_EQ(g_callbacks, 0);
     }
@@ -112,7 +114,8 @@ TEST_F(PackageTest, ShellCharactersInANameChangeNothing) {
     jx_fclose(handle);
 
     const std::string member = std::string("app_") + name;
-    EXPECT_EQ(run_output({"tar", "-tzf", ("/opt/ulx/pram/" + member + ".tar.gz").c_str()}), member + "\n");
+    EXPECT_EQ(run_output({"tar", "-tzf", ("/opt/ulx/pram/" + member + ".tar.gz").c_str()}),
+              member + "\n");
     EXPECT_EQ(read_file(path), "e");
     std::set<std::string> entries;
     DIR *dir = opendir("/opt/ulx/pram");
@@ -120,7 +123,8 @@ TEST_F(PackageTest, ShellCharactersInANameChangeNothing) {
         entries.insert(entry->d_name);
     }
     closedir(dir);
-    EXPECT_EQ(entries, (std::set<std::string>{".", "..", member, member + ".tar.gz", "fsync_reg.ini"}));
+    EXPECT_EQ(entries,
+              (std::set<std::string>{".", "..", member, member + ".tar.gz", "fsync_reg.ini"}));
 }
 
 }  // namespace

@@ -18,7 +18,8 @@ TEST(ShellQuoteTest, OnlyOrdinaryNamesStayUnquoted) {
         EXPECT_EQ(quoted(name), name);
     }
     // Whatever else a name holds reaches the program exactly as it was.
-    for (const char *name : {"a b", "it's", "x;touch y", "$HOME", "`id`", "*", "a\nb", "\\", "~", ""}) {
+    for (const char *name :
+         {"a b", "it's", "x;touch y", "$HOME", "`id`", "*", "a\nb", "\\", "~", ""}) {
         const std::string word = quoted(name);
         EXPECT_EQ(word.front(), '\'') << name;
         EXPECT_EQ(jx::test::run_output({"/bin/sh", "-c", ("printf %s " + word).c_str()}), name);

@@ -28,8 +28,8 @@ const char kPath[] = "/opt/ulx/pram/app_net.conf";
 const char kSide[] = "/opt/ulx/pram/app_net.conf.sha256";
 
 std::string sha(const std::string &data) {
-    gchar *text = g_compute_checksum_for_data(G_CHECKSUM_SHA256,
-                                              reinterpret_cast<const guchar *>(data.data()), data.size());
+    gchar *text = g_compute_checksum_for_data(
+        G_CHECKSUM_SHA256, reinterpret_cast<const guchar *>(data.data()), data.size());
     std::string result(text);
     g_free(text);
     return result;
@@ -180,8 +180,12 @@ TEST_F(ChecksumTest, RecoverDirectlyWritesTheTrustedChecksumFirstAndStopsAtAFail
         const char *untouched;
     };
     const Order orders[] = {
-        {jx::kMainToBackup, {{item.crc, record("x")}, {item.bak, "x"}, {item.bakcrc, record("x")}}, item.dst},
-        {jx::kBackupToMain, {{item.bakcrc, record("x")}, {item.dst, "x"}, {item.crc, record("x")}}, item.bak},
+        {jx::kMainToBackup,
+         {{item.crc, record("x")}, {item.bak, "x"}, {item.bakcrc, record("x")}},
+         item.dst},
+        {jx::kBackupToMain,
+         {{item.bakcrc, record("x")}, {item.dst, "x"}, {item.crc, record("x")}},
+         item.bak},
     };
     for (const Order &order : orders) {
         for (size_t failing = 0; failing <= order.writes.size(); ++failing) {
@@ -218,7 +222,8 @@ TEST_F(ChecksumTest, CrcCopyWritesOnlyAVerifiedContent) {
     {
         jx::test::IoFaults faults;
         faults.fail(Call::kFopen, 1, EACCES);
-        EXPECT_EQ(jx::jx_crc_copy("payload", 7, sha("payload").c_str(), dest, dest_crc), JX_ERR_OPEN);
+        EXPECT_EQ(jx::jx_crc_copy("payload", 7, sha("payload").c_str(), dest, dest_crc),
+                  JX_ERR_OPEN);
     }
     EXPECT_EQ(log.messages().front(), "recover file(copy) successfully.(checksumType:2).");
     EXPECT_FALSE(exists(dest_crc));

@@ -129,9 +129,9 @@ TEST_F(ContentTest, FlashTierGoesThroughTheDriverAndClosesEveryHandle) {
     log.clear();
     faults.fail(Call::kPflashGetContents, 1, 21);
     EXPECT_EQ(jx::jx_file_copy(path, "/opt/ulx/pram/app_x"), JX_ERR_OPEN);
-    EXPECT_EQ(log.messages(), (std::vector<std::string>{"pflash_get_contents failed: -21.",
-                                                        "get app_x contents failed.",
-                                                        "jx_get_contents (app_x) failed: ret -3999989."}));
+    EXPECT_EQ(log.messages(), (std::vector<std::string>{
+                                  "pflash_get_contents failed: -21.", "get app_x contents failed.",
+                                  "jx_get_contents (app_x) failed: ret -3999989."}));
     EXPECT_FALSE(exists("/opt/ulx/pram/app_x"));
 
     ASSERT_EQ(jx::jx_file_copy(path, "/opt/ulx/pram/app_x"), 0);

@@ -10,7 +10,8 @@
 namespace {
 
 std::string glib_digest(const void *data, size_t len) {
-    gchar *text = g_compute_checksum_for_data(G_CHECKSUM_SHA256, static_cast<const guchar *>(data), len);
+    gchar *text =
+        g_compute_checksum_for_data(G_CHECKSUM_SHA256, static_cast<const guchar *>(data), len);
     std::string result(text);
     g_free(text);
     return result;

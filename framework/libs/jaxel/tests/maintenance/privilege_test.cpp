@@ -31,8 +31,13 @@ TEST(CreatePrivilege, OnlyFourCodeBitsCountOnTopOfOwnerReadWrite) {
     const struct {
         uint32_t code;
         uint32_t mode;
-    } cases[] = {{68, 0644},     {0x640, 0640}, {0x660, 0660},      {0, 0600},
-                 {0x777, 0666}, {0xFFFFFFFF, 0666}, {420 /* 0644 octal */, 0624}};
+    } cases[] = {{68, 0644},
+                 {0x640, 0640},
+                 {0x660, 0660},
+                 {0, 0600},
+                 {0x777, 0666},
+                 {0xFFFFFFFF, 0666},
+                 {420 /* 0644 octal */, 0624}};
     for (const auto &c : cases) {
         EXPECT_EQ(jx_create_privilege(c.code), c.mode) << std::hex << c.code;
     }
@@ -98,7 +103,8 @@ TEST_F(PrivilegeTest, SyncPassesOnTheFailingCallAndNeverFollowsALink) {
         jx::test::IoFaults faults;
         faults.fail(Call::kChown, 1, EPERM);
         EXPECT_EQ(jx_sync_privilege(ref, target), -1);
-        EXPECT_EQ(log.messages().back(), "chown(t) failed: ret -1 errno 1(Operation not permitted)");
+        EXPECT_EQ(log.messages().back(),
+                  "chown(t) failed: ret -1 errno 1(Operation not permitted)");
         EXPECT_EQ(faults.count(Call::kChmod), 0);
     }
 

@@ -96,7 +96,7 @@ TEST_F(RegLookupTest, TheFirstCharacterOfTheGroupNameGivesTheMode) {
     EXPECT_STREQ(dup->dst, "/opt/ulx/save/first");
 
     const std::vector<std::pair<const char *, ProtectMode>> modes = {
-        {"/opt/ulx/pram/r", 0}, {"/opt/ulx/pram/c", 1},  {"/opt/ulx/pram/e", 2},
+        {"/opt/ulx/pram/r", 0},  {"/opt/ulx/pram/c", 1}, {"/opt/ulx/pram/e", 2},
         {"/opt/ulx/pram/s2", 3}, {"/opt/ulx/pram/p", 4}, {"/opt/ulx/f", 5},
     };
     for (const auto &[path, mode] : modes) {
@@ -185,10 +185,9 @@ TEST_F(RegLookupTest, FailuresAndMissesReturnNullAndReleaseTheLock) {
         why = jx::GErrorPtr(raw)->message;
     }
     EXPECT_EQ(lookup(kAppA), nullptr);
-    EXPECT_EQ(log.messages(),
-              (std::vector<std::string>{
-                  "g_key_file_load_from_file(fsync_reg.ini) failed: " + why + ".",
-                  "jx_open_key_file(fsync_reg.ini) failed."}));
+    EXPECT_EQ(log.messages(), (std::vector<std::string>{
+                                  "g_key_file_load_from_file(fsync_reg.ini) failed: " + why + ".",
+                                  "jx_open_key_file(fsync_reg.ini) failed."}));
     EXPECT_TRUE(table_lock_free());
 }
 

@@ -121,7 +121,8 @@ TEST_F(RegistrationTest, ASecondProcessFindsTheFileListedAndStillRepairsIt) {
         jx::set_reg_table_fd(-1);
         jx::test::open_reg_table();
         g_jx_reg_list = nullptr;
-        const bool ok = jx_init_item(&net, "app") == 0 && jx_find_module_item("net.conf") != nullptr;
+        const bool ok =
+            jx_init_item(&net, "app") == 0 && jx_find_module_item("net.conf") != nullptr;
         _exit(ok ? 0 : 1);
     }
     int status = 0;

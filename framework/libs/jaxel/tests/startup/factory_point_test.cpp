@@ -38,8 +38,8 @@ protected:
     void SetUp() override {
         SandboxTest::SetUp();
         mkdir(kWork.c_str(), 0755);
-        for (const char *live : {"/opt/ulx/pram/app_a", "/opt/ulx/save/app_a", "/opt/ulx/save/app_a.bak",
-                                 "/opt/ulx/pram/app_e"}) {
+        for (const char *live : {"/opt/ulx/pram/app_a", "/opt/ulx/save/app_a",
+                                 "/opt/ulx/save/app_a.bak", "/opt/ulx/pram/app_e"}) {
             write_file(live, "live");
         }
     }
@@ -58,11 +58,15 @@ protected:
 };
 
 TEST_F(FactoryPointTest, VerifiedRestoreRebuildsTheThreeCopiesOfSEntriesOnly) {
-    make_point({{"packet_date", "2026"}, {"fsync_reg.ini", kStashedTable}, {"app_a", "factory"},
-                {"app_a.sha256", digest_of("factory")}, {"app_e", "factory e"},
+    make_point({{"packet_date", "2026"},
+                {"fsync_reg.ini", kStashedTable},
+                {"app_a", "factory"},
+                {"app_a.sha256", digest_of("factory")},
+                {"app_e", "factory e"},
                 {"app_e.sha256", digest_of("factory e")}});
     jx_recover_factory_S_cfg();
-    for (const char *live : {"/opt/ulx/pram/app_a", "/opt/ulx/save/app_a", "/opt/ulx/save/app_a.bak"}) {
+    for (const char *live :
+         {"/opt/ulx/pram/app_a", "/opt/ulx/save/app_a", "/opt/ulx/save/app_a.bak"}) {
         EXPECT_EQ(read_file(live), "factory") << live;
         EXPECT_EQ(read_file(std::string(live) + ".sha256"), digest_of("factory")) << live;
     }
@@ -71,7 +75,9 @@ TEST_F(FactoryPointTest, VerifiedRestoreRebuildsTheThreeCopiesOfSEntriesOnly) {
 }
 
 TEST_F(FactoryPointTest, ACopyThatFailsItsCheckOrHasNoneStaysOut) {
-    make_point({{"packet_date", "2026"}, {"fsync_reg.ini", kStashedTable}, {"app_a", "factory"},
+    make_point({{"packet_date", "2026"},
+                {"fsync_reg.ini", kStashedTable},
+                {"app_a", "factory"},
                 {"app_a.sha256", digest_of("other")}});
     jx::test::LogCapture log;
     jx_recover_factory_S_cfg();
@@ -99,8 +105,12 @@ TEST_F(FactoryPointTest, PlainRestoreStopsAtTheFirstMissingPreservedFile) {
     EXPECT_EQ(read_file("/opt/ulx/pram/User_Roster.sha256"), digest_of("roster"));
     EXPECT_FALSE(exists("/opt/ulx/pram/keep_def_config.ini"));
     ASSERT_GE(log.messages().size(), 2u);
-    EXPECT_EQ(log.messages().at(log.messages().size() - 2).rfind("recover file: system cmd fail! ret = ", 0), 0u);
-    EXPECT_EQ(log.messages().back(), "jx_recover_factory_S_cfg without check fail! ret -3999976 \n");
+    EXPECT_EQ(log.messages()
+                  .at(log.messages().size() - 2)
+                  .rfind("recover file: system cmd fail! ret = ", 0),
+              0u);
+    EXPECT_EQ(log.messages().back(),
+              "jx_recover_factory_S_cfg without check fail! ret -3999976 \n");
     EXPECT_FALSE(exists(kStash));
 }
 

@@ -73,8 +73,8 @@ TEST_F(InitCfgTest, ArgumentsRebootAndTheTableLock) {
 
 TEST_F(InitCfgTest, RegistersOnceAndAddsThePackagesOfSizedFiles) {
     jx_set_module_name("app");
-    const JxItemCfg cfg[] = {element("log.txt", JX_PROTECT_E, 4096), element("log.txt", JX_PROTECT_C),
-                             element("net.conf", JX_PROTECT_C)};
+    const JxItemCfg cfg[] = {element("log.txt", JX_PROTECT_E, 4096),
+                             element("log.txt", JX_PROTECT_C), element("net.conf", JX_PROTECT_C)};
     ASSERT_EQ(jx_init(cfg, 3), 0);
     EXPECT_EQ(g_slist_length(g_jx_reg_list), 3u);
     EXPECT_NE(jx_find_module_item("log.txt.tar.gz"), nullptr);
@@ -94,7 +94,8 @@ TEST_F(InitCfgTest, RegistersOnceAndAddsThePackagesOfSizedFiles) {
 
 TEST_F(InitCfgTest, AFailingElementStopsTheRunAndKeepsTheOnesBefore) {
     jx::test::LogCapture log;
-    const JxItemCfg cfg[] = {element("a", JX_PROTECT_C), element("b", 9), element("c", JX_PROTECT_C)};
+    const JxItemCfg cfg[] = {element("a", JX_PROTECT_C), element("b", 9),
+                             element("c", JX_PROTECT_C)};
     EXPECT_EQ(jx_init_cfg(cfg, 3, "app"), JX_ERR_PROTECT_MODE);
     EXPECT_EQ(log.messages().back(), "jx_init_item (app b) failed: ret -3999993.");
     EXPECT_NE(jx_find_module_item("a"), nullptr);

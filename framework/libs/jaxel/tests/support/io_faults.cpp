@@ -37,7 +37,9 @@ bool trip(Call call) {
 int err_of(Call call) { return g_rules[static_cast<int>(call)].err; }
 
 int open_(const char *p, int f, mode_t m) { return trip(Call::kOpen) ? -1 : g_saved.open(p, f, m); }
-FILE *fopen_(const char *p, const char *m) { return trip(Call::kFopen) ? nullptr : g_saved.fopen(p, m); }
+FILE *fopen_(const char *p, const char *m) {
+    return trip(Call::kFopen) ? nullptr : g_saved.fopen(p, m);
+}
 size_t fwrite_(const void *d, size_t s, size_t n, FILE *f) {
     return trip(Call::kFwrite) ? 0 : g_saved.fwrite(d, s, n, f);
 }
@@ -48,8 +50,12 @@ int ftruncate_(int fd, off_t l) { return trip(Call::kFtruncate) ? -1 : g_saved.f
 int unlink_(const char *p) { return trip(Call::kUnlink) ? -1 : g_saved.unlink(p); }
 int chmod_(const char *p, mode_t m) { return trip(Call::kChmod) ? -1 : g_saved.chmod(p, m); }
 int fchmod_(int fd, mode_t m) { return trip(Call::kFchmod) ? -1 : g_saved.fchmod(fd, m); }
-int chown_(const char *p, uid_t u, gid_t g) { return trip(Call::kChown) ? -1 : g_saved.chown(p, u, g); }
-int fchown_(int fd, uid_t u, gid_t g) { return trip(Call::kFchown) ? -1 : g_saved.fchown(fd, u, g); }
+int chown_(const char *p, uid_t u, gid_t g) {
+    return trip(Call::kChown) ? -1 : g_saved.chown(p, u, g);
+}
+int fchown_(int fd, uid_t u, gid_t g) {
+    return trip(Call::kFchown) ? -1 : g_saved.fchown(fd, u, g);
+}
 int flock_(int fd, int op) { return trip(Call::kFlock) ? -1 : g_saved.flock(fd, op); }
 int run_(const char *p, char *const argv[]) { return trip(Call::kRun) ? 1 : g_saved.run(p, argv); }
 void delay_(uint32_t units) {
@@ -67,7 +73,8 @@ int pflash_get_contents_(void *h, char **b, uint32_t *l) {
                                           : g_saved.pflash_get_contents(h, b, l);
 }
 int pflash_recover_(const char *p) {
-    return trip(Call::kPflashRecover) ? -err_of(Call::kPflashRecover) : g_saved.pflash_recover_file(p);
+    return trip(Call::kPflashRecover) ? -err_of(Call::kPflashRecover)
+                                      : g_saved.pflash_recover_file(p);
 }
 
 }  // namespace

@@ -44,9 +44,9 @@ std::string group_text(const char *module, const JxItemCfg &cfg, int number, std
     case JX_PROTECT_C: return "[C" + n + "]\ndst=" + dst + "\nsrc=" + t0 + "\n";
     case JX_PROTECT_E:
     case JX_PROTECT_S:
-        return std::string("[") + (cfg.protect_mode == JX_PROTECT_E ? "E" : "S") + n + "]\ndst=" + dst +
-               "\nsrc=" + t0 + "\nbak=" + t1 + ".bak\ncrc=" + t1 + ".sha256\nbakcrc=" + t1 +
-               ".bak.sha256\n";
+        return std::string("[") + (cfg.protect_mode == JX_PROTECT_E ? "E" : "S") + n +
+               "]\ndst=" + dst + "\nsrc=" + t0 + "\nbak=" + t1 + ".bak\ncrc=" + t1 +
+               ".sha256\nbakcrc=" + t1 + ".bak.sha256\n";
     case JX_PROTECT_P:
         return "[P" + n + "]\ndst=" + (chosen ? cfg.path : tier_path(3, module, cfg.short_name)) +
                "\nsrc=" + t0 + "\n";
