@@ -5,7 +5,48 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "frame/io.h"
+#include "support/sandbox.h"
+
 namespace jx::test {
+namespace {
+
+int g_report_fd = -1;
+bool g_told_waiting = false;
+
+// Installed in the calling child: the library only delays while a lock is busy.
+void report_first_delay(uint32_t units) {
+    if (!g_told_waiting) {
+        g_told_waiting = write(g_report_fd, "W", 1) == 1;
+    }
+    real_io().delay(units);
+}
+
+bool lock_free_now(const std::string &path) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const bool free = fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) == 0;
+    if (fd >= 0) {
+        close(fd);
+    }
+    return free;
+}
+
+[[noreturn]] void run_caller(int report_fd, const std::string &path,
+                             const std::function<int32_t()> &call) {
+    g_report_fd = report_fd;
+    io().delay = report_first_delay;
+    const int before = open_descriptor_count();
+    LockWait outcome;
+    outcome.result = call();
+    outcome.descriptors = open_descriptor_count() - before;
+    outcome.released = lock_free_now(path);
+    outcome.ran = true;
+    const bool sent = write(report_fd, "R", 1) == 1 &&
+                      write(report_fd, &outcome, sizeof outcome) == sizeof outcome;
+    _exit(sent ? 0 : 1);
+}
+
+}  // namespace
 
 LockHolder::LockHolder(const std::string &path) {
     int to_child[2];
@@ -48,6 +89,38 @@ LockHolder::~LockHolder() {
     if (child_ > 0) {
         (void)release();
     }
+}
+
+LockWait call_under_lock(const std::string &path, const std::function<int32_t()> &call) {
+    LockWait outcome;
+    LockHolder holder(path);
+    int report[2];
+    if (!holder.held() || pipe(report) != 0) {
+        return outcome;
+    }
+    const pid_t caller = fork();
+    if (caller == 0) {
+        close(report[0]);
+        run_caller(report[1], path, call);
+    }
+    close(report[1]);
+    char first = 0;
+    // A call that returns without polling reports "R" first and fails the check.
+    const bool waited = read(report[0], &first, 1) == 1 && first == 'W';
+    (void)holder.release();
+    char tag = 0;
+    if (waited && !(read(report[0], &tag, 1) == 1 && tag == 'R')) {
+        tag = 0;
+    }
+    if (tag == 'R' || first == 'R') {
+        (void)read(report[0], &outcome, sizeof outcome);
+    }
+    close(report[0]);
+    int status = 0;
+    (void)waitpid(caller, &status, 0);
+    outcome.waited = waited;
+    outcome.ran = outcome.ran && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return outcome;
 }
 
 }  // namespace jx::test

@@ -1,0 +1,19 @@
+#include "support/oracle.h"
+
+#include <glib.h>
+
+namespace jx::test {
+
+std::string sha256_hex(const std::string &bytes) {
+    gchar *hex = g_compute_checksum_for_data(
+        G_CHECKSUM_SHA256, reinterpret_cast<const guchar *>(bytes.data()), bytes.size());
+    std::string text(hex);
+    g_free(hex);
+    return text;
+}
+
+std::string side_file_text(const std::string &content) {
+    return sha256_hex(content) + std::string(1, '\0');
+}
+
+}  // namespace jx::test
