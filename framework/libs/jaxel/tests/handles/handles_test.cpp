@@ -1,0 +1,233 @@
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <glib.h>
+#include <gtest/gtest.h>
+
+#include "jaxel.h"
+#include "support/builders.h"
+#include "support/io_faults.h"
+#include "support/log_capture.h"
+#include "support/oracle.h"
+#include "support/sandbox.h"
+
+namespace jx::test {
+namespace {
+
+const std::string kData = "/opt/ulx/pram/app_data";
+const std::string kDurable = "/opt/ulx/save/app_data";
+const char kOddName[] = "it's odd;touch stray";  // must reach tar as one word
+
+int g_callbacks = 0;
+JxModuleItem *g_callback_item = nullptr;
+void on_package(JxModuleItem *item) {
+    ++g_callbacks;
+    g_callback_item = item;
+}
+
+class HandleTest : public SandboxTest {
+protected:
+    void SetUp() override {
+        SandboxTest::SetUp();
+        ASSERT_EQ(register_items("app", {item_cfg("data", JX_PROTECT_E),
+                                         item_cfg("plain", JX_PROTECT_C, 4, nullptr, on_package),
+                                         item_cfg("log", JX_PROTECT_E, 6, nullptr, on_package),
+                                         item_cfg(kOddName, JX_PROTECT_E, 6, nullptr, on_package)}),
+                  JX_OK);
+    }
+};
+
+void expect_content(const std::string &content) {
+    EXPECT_EQ(read_file(kData), content);
+    EXPECT_EQ(read_file(kData + ".sha256"), side_file_text(content));
+}
+
+std::string last_message(const LogCapture &log) {
+    const auto messages = log.messages();
+    return messages.empty() ? "" : messages.back();
+}
+
+// "tar <flags> <package>" run without a shell; its output, or "<failed>".
+std::string tar(const char *flags, const std::string &package) {
+    const char *argv[] = {"tar", flags, package.c_str(), nullptr};
+    gchar *out = nullptr;
+    gint status = -1;
+    const bool ran = g_spawn_sync(nullptr, const_cast<gchar **>(argv), nullptr, G_SPAWN_SEARCH_PATH,
+                                  nullptr, nullptr, &out, nullptr, &status, nullptr);
+    const std::string text = ran && status == 0 ? out : "<failed>";
+    g_free(out);
+    return text;
+}
+
+TEST_F(HandleTest, OpenModesRefuseClearOrKeep) {
+    const std::string padded_side = side_file_text("old") + "\n";  // still matches "old"
+    const struct {
+        const char *name, *mode;
+        bool rebooting, opens, clears;
+        const char *message;
+    } rows[] = {
+        {"plain", "w", false, false, false, "unsupport mode: w."},
+        {"plain", "w+", false, false, false, "unsupport mode: w+."},
+        {"plain", "a", false, true, false, ""},
+        {"plain", "r+", false, true, false, ""},
+        {"unknown", "r", false, false, false, "unknown not register."},
+        {"data", "r+", false, true, false, ""},
+        {"data", "w+b", false, true, true, ""},
+        {"data", "w", true, false, false, "jx_clear_module_file failed: -3999972."},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::string(row.name) + " " + row.mode);
+        write_file(kData, "old");
+        write_file(kData + ".sha256", padded_side);
+        write_file("/opt/ulx/pram/app_plain", "old");
+        write_file("/dev/shm/.Reboot.flag", "");
+        row.rebooting || unlink("/dev/shm/.Reboot.flag");
+        LogCapture log;
+        EXPECT_EQ(open_handle(row.name, row.mode) != nullptr, row.opens);
+        EXPECT_EQ(last_message(log), row.message);
+        EXPECT_EQ(read_file(kData), row.clears ? "" : "old");
+        EXPECT_EQ(read_file(kData + ".sha256"), row.clears ? side_file_text("") : padded_side);
+    }
+}
+
+TEST_F(HandleTest, ProtectedWritesLandWhereTheModeSays) {
+    write_file(kData, "hello");
+    write_file(kData + ".sha256", side_file_text("hello"));
+    Handle append = open_handle("data", "a+bbbb");
+    EXPECT_EQ(std::string(append->file_path) + "|" + append->file_name + "|" +
+                  append->package_name + "|" + append->mode,
+              kData + "|app_data|app_data.tar.gz|a+bbb");
+    EXPECT_EQ(stat_of(kData).st_mode & 07777, 0640u);
+    EXPECT_EQ(stat_of(kData).st_gid, kTestGroup);
+    fseek(append->fd, 0, SEEK_SET);
+    EXPECT_EQ(write_text(append.get(), "XY"), 2);  // appends whatever the position
+    expect_content("helloXY");
+    Handle update = open_handle("data", "r+");
+    fseek(update->fd, 1, SEEK_SET);
+    EXPECT_EQ(jx_fwrite("ABCD", 2, 2, update.get()), 2);
+    EXPECT_EQ(ftell(update->fd), 5);
+    expect_content("hABCDXY");
+    fseek(update->fd, 9, SEEK_SET);
+    EXPECT_EQ(write_text(update.get(), "Z"), 1);
+    expect_content(std::string("hABCDXY\0\0Z", 10));
+    LogCapture log;
+    EXPECT_EQ(write_text(open_handle("data", "r").get(), "no"), 0);
+    EXPECT_EQ(last_message(log), "");
+    expect_content(std::string("hABCDXY\0\0Z", 10));
+}
+
+// The side file goes first: a cut before the content is replaced leaves a file
+// that fails its side file, and the next open rebuilds it from the durable copy.
+TEST_F(HandleTest, ACutWriteIsRepairedAtTheNextOpen) {
+    write_file(kData, "old");
+    write_file(kData + ".sha256", side_file_text("old"));
+    write_file(kDurable, "durable");
+    EXPECT_EQ(in_child([] {
+                  Handle handle = open_handle("data", "a");
+                  IoFaults faults;
+                  faults.crash_before(Call::kFtruncate, 1);
+                  return write_text(handle.get(), "new");
+              }),
+              kCrashExitStatus);
+    EXPECT_EQ(read_file(kData), "old");
+    EXPECT_EQ(read_file(kData + ".sha256"), side_file_text("oldnew"));
+    EXPECT_NE(open_handle("data", "r+"), nullptr);
+    expect_content("durable");
+}
+
+// Module files are packed in place under their own name, log files through a
+// copy "md_so_<name>" into the directory of their package path (else their own).
+TEST_F(HandleTest, AFileIsPackedWhenItHasReachedItsSize) {
+    const struct {
+        const char *log_dir, *name, *package_path;
+    } rows[] = {
+        {nullptr, "log", nullptr},
+        {nullptr, kOddName, nullptr},
+        {"/opt/ulx/logs", "applog", nullptr},
+        {"/opt/ulx/a b;c'd", "it's;touch stray", "/opt/ulx/a b;c'd/other.tar.gz"},
+    };
+    uint32_t counted = 0;
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        g_callbacks = 0;
+        const std::string dir = row.log_dir ? row.log_dir : "/opt/ulx/pram";
+        const std::string file = row.log_dir ? row.name : std::string("app_") + row.name;
+        const std::string path = dir + "/" + file;
+        JxItemCfg cfg = item_cfg(row.name, JX_PROTECT_C, 6, path.c_str(), on_package);
+        cfg.package_path = row.package_path;
+        mkdir(dir.c_str(), 0755);
+        JxFile *handle = row.log_dir ? jx_fopen_log_file(&cfg, "a") : jx_fopen(row.name, "a");
+        ASSERT_NE(handle, nullptr);
+        const auto write = row.log_dir ? jx_fwrite_log : jx_fwrite;
+        // Packed before the third write, at exactly the size, not at one below.
+        for (const char *part : {"12345", "6", "7"}) {
+            EXPECT_EQ(write(part, static_cast<uint32_t>(strlen(part)), 1, handle), 1);
+        }
+        EXPECT_EQ(read_file(path), "7");
+        const std::string package = path + ".tar.gz";
+        EXPECT_EQ(tar("-tzf", package), (row.log_dir ? "md_so_" : "") + file + "\n");
+        EXPECT_EQ(tar("-xzOf", package), "123456");
+        EXPECT_EQ(stat_of(package).st_mode & 07777, 0440u);
+        EXPECT_EQ(g_callbacks, 1);
+        EXPECT_EQ(g_callback_item, handle->item);
+        EXPECT_FALSE(exists(dir + "/stray") || exists(dir + "/md_so_" + file));
+        EXPECT_EQ(read_file(path + ".sha256"), row.log_dir ? "" : side_file_text("7"));
+        EXPECT_EQ(jx_wirte_cnt_get(1), counted += row.log_dir ? 3 : 0);  // items, not bytes
+        row.log_dir ? jx_fclose_log_file(handle) : jx_fclose(handle);
+    }
+}
+
+// While packing fails the file may grow to twice its size, then writes stop;
+// a package that is not durable or not read-only does not count.
+TEST_F(HandleTest, AFailedPackingLeavesTheFileAsItIs) {
+    const struct Row {
+        const char *prefill;
+        Call call;
+        int32_t written;
+        const char *message;
+    } rows[] = {
+        {"abcd", Call::kRun, 1,
+         "exce cmd failed: cd /opt/ulx/pram/;tar -czf app_plain.tar.gz app_plain 2."},
+        {"abcdefgh", Call::kRun, 0, "jx_package failed: ret -3999979."},
+        {"abcdefgh", Call::kFsync, 0, "jx_package failed: ret -3999979."},
+        {"abcdefgh", Call::kChmod, 0, "jx_package failed: ret -1."},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.message);
+        write_file("/opt/ulx/pram/app_plain", row.prefill);
+        Handle handle = open_handle("plain", "a");
+        IoFaults faults;
+        faults.fail(row.call, 1, ENOENT, true);
+        LogCapture log;
+        EXPECT_EQ(write_text(handle.get(), "x"), row.written);
+        EXPECT_EQ(last_message(log), row.message);
+        EXPECT_EQ(read_file("/opt/ulx/pram/app_plain"),
+                  row.prefill + std::string(row.written, 'x'));
+        EXPECT_EQ(g_callbacks, 0);
+    }
+}
+
+// Neither the stream's flush nor a missing companion stops the other syncs.
+TEST_F(HandleTest, FlushSyncsTheStreamThenEachListedCompanion) {
+    for (const std::string &path : {kDurable, kDurable + ".bak", kDurable + ".bak.sha256"}) {
+        write_file(path, "x");
+    }
+    unlink((kDurable + ".sha256").c_str());
+    Handle handle = open_handle("data", "a");
+    IoFaults faults;
+    faults.fail(Call::kFflush, 1, EIO);
+    LogCapture log;
+    jx_flush_file(handle.get());
+    EXPECT_EQ(faults.count(Call::kFsync), 4);
+    EXPECT_EQ(log.messages(),
+              (std::vector<std::string>{
+                  "jx_flush_file jx_fflush(app_data) failed:err[5:Input/output error].",
+                  "jx_flush_file g_fopen(app_data.sha256) failed: err[2: No such file or "
+                  "directory]."}));
+}
+
+}  // namespace
+}  // namespace jx::test
