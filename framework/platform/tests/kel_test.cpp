@@ -11,13 +11,9 @@
 
 namespace {
 
-int run(std::vector<std::string> args) {
-    std::vector<char *> argv;
-    for (std::string &arg : args) {
-        argv.push_back(arg.data());
-    }
-    argv.push_back(nullptr);
-    return kel_system_s(args[0].c_str(), argv.data());
+int run(std::vector<const char *> args) {
+    args.push_back(nullptr);
+    return kel_system_s(args[0], const_cast<char *const *>(args.data()));
 }
 
 }  // namespace
@@ -26,15 +22,16 @@ int run(std::vector<std::string> args) {
 TEST(KelSystem, ReturnsZeroOnlyForSuccessAndPassesExactlyItsVector) {
     const int hidden = open("/dev/null", O_RDONLY | O_CLOEXEC),
               shared = open("/dev/null", O_RDONLY);
-    const std::string fd = "test -e /proc/self/fd/";
-    const std::pair<std::vector<std::string>, int> rows[] = {
+    const std::string probe = "test -e /proc/self/fd/", hidden_fd = probe + std::to_string(hidden),
+                      shared_fd = probe + std::to_string(shared);
+    const std::pair<std::vector<const char *>, int> rows[] = {
         {{"/bin/true"}, 0},
         {{"/bin/false"}, 1},
         {{"/bin/sh", "-c", "exit 7"}, 7},
         {{"/bin/sh", "-c", "kill -9 $$"}, 128 + SIGKILL},
         {{"/bin/sh", "-c", "test \"$1\" = 'a b;c*' && test $# -eq 1", "sh", "a b;c*"}, 0},
-        {{"/bin/sh", "-c", fd + std::to_string(shared)}, 0},
-        {{"/bin/sh", "-c", fd + std::to_string(hidden)}, 1},
+        {{"/bin/sh", "-c", shared_fd.c_str()}, 0},
+        {{"/bin/sh", "-c", hidden_fd.c_str()}, 1},
     };
     for (const auto &[args, rc] : rows) {
         EXPECT_EQ(run(args), rc) << args.back();

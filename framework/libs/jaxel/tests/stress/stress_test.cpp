@@ -1,0 +1,72 @@
+#include <atomic>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "jaxel.h"
+#include "support/builders.h"
+#include "support/oracle.h"
+#include "support/sandbox.h"
+
+namespace {
+
+using namespace jx::test;
+constexpr int kWorkers = 3, kThreads = 3, kRounds = 60;
+
+// The ledger only grows, so a write lost between two writers shows in its length; the
+// journal is also cut and cleared under the writers' feet.
+int churn(const char *name) {
+    Handle append = open_handle(name, "a"), edit = open_handle(name, "r+");
+    int failures = append == nullptr || edit == nullptr;
+    for (int round = 0; round < kRounds && failures == 0; ++round) {
+        failures += write_text(append.get(), "record;\n") != 8;
+        failures += jx_insert("<in>", 4, 0, edit.get()) != 0;
+        if (name[0] == 'j') {
+            failures += jx_delete(20, 2, edit.get()) != 0;
+            failures += round % 8 == 0 && jx_clear_file(name) != 0;
+        }
+    }
+    return failures;
+}
+
+int worker() {
+    alarm(240);  // a deadlocked worker is ended instead of hanging the run
+    std::atomic<int> failures = register_items(
+        "stress", {item_cfg("journal", JX_PROTECT_E), item_cfg("ledger", JX_PROTECT_R)});
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 2 * kThreads; ++t) {
+        threads.emplace_back([&failures, t] { failures += churn(t % 2 ? "journal" : "ledger"); });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    return failures.load() != 0;
+}
+
+using StressTest = SandboxTest;
+
+TEST_F(StressTest, ProcessesAndThreadsKeepContentAndSideFilesInStep) {
+    std::vector<pid_t> workers(kWorkers);
+    for (pid_t &pid : workers) {
+        if ((pid = fork()) == 0) {
+            _exit(worker());
+        }
+    }
+    for (const pid_t pid : workers) {
+        int status = -1;
+        EXPECT_EQ(waitpid(pid, &status, 0), pid);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "wait status " << status;
+    }
+    for (const char *name : {"journal", "ledger"}) {
+        const std::string path = tier_path("stress", name), content = read_file(path);
+        EXPECT_EQ(read_file(path + ".sha256"), side_file_text(content)) << name;
+        EXPECT_EQ(content.find_first_not_of("record;\n<in>"), std::string::npos) << name;
+    }
+    EXPECT_EQ(read_file(tier_path("stress", "ledger")).size(), 12u * kWorkers * kThreads * kRounds);
+}
+
+}  // namespace
