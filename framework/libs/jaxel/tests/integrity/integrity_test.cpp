@@ -1,0 +1,88 @@
+#include <optional>
+#include <string>
+#include <tuple>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include "jaxel.h"
+#include "support/builders.h"
+#include "support/io_faults.h"
+#include "support/oracle.h"
+#include "support/sandbox.h"
+
+namespace {
+
+using namespace jx::test;
+using IntegrityTest = SandboxTest;
+
+// The tier follows the path's exact leading characters, with no normalisation:
+// f flash driver, s counted save area, p plain file. Only a new file also syncs
+// its directory.
+TEST_F(IntegrityTest, WholeContentOnEachTier) {
+    const std::string content("hello\0world", 11);
+    using Row = std::pair<const char *, char>;
+    for (const auto &[path, tier] :
+         {Row{"/opt/ulx/save/a", 's'}, Row{"/opt/ulx/savex", 'p'}, Row{"/opt/ulx/pram/a", 'p'},
+          Row{"/opt/ulx/pflash/a", 'f'}, Row{"/opt/ulx/pflashx", 'p'},
+          Row{"/opt/ulx//pflash/b", 'p'}}) {
+        IoFaults faults;
+        const uint64_t counted = jx_wirte_cnt_get(2);
+        for (const std::string &text : {content, std::string()}) {
+            ASSERT_EQ(jx_set_content(path, text.data(), text.size()), 0) << path;
+            EXPECT_EQ(read_file(path), text) << path;
+        }
+        EXPECT_EQ(jx_wirte_cnt_get(2) - counted, tier == 's' ? content.size() : 0u) << path;
+        EXPECT_EQ(faults.count(Call::kPflashWrite), tier == 'f' ? 2 : 0) << path;
+        EXPECT_EQ(faults.count(Call::kFsync), tier == 'f' ? 0 : 3) << path;
+    }
+    jx_wirte_cnt_set(0, 5);
+    jx_wirte_cnt_set(0, UINT32_MAX);
+    jx_wirte_cnt_set(3, 10);
+    EXPECT_EQ(jx_wirte_cnt_get(0), 5ull + UINT32_MAX);
+    EXPECT_EQ(jx_wirte_cnt_get(3), UINT64_MAX);
+}
+
+// Both tests compare the first 64 characters of the side file with the digest;
+// a working copy without a side file counts as valid, only in persistent RAM.
+TEST_F(IntegrityTest, ValidityAgainstTheSideFile) {
+    const std::string ram = "/opt/ulx/pram/a", digest = sha256_hex("data");
+    using Row = std::tuple<std::string, const char *, std::optional<std::string>, int, int>;
+    for (const auto &[path, content, side, valid, ram_valid] :
+         {Row{ram, "data", side_file_text("data"), 1, 1}, Row{ram, "", side_file_text(""), 1, 1},
+          Row{ram, "data", digest + "\n", 1, 1}, Row{ram, "data", digest + "xyz", 1, 1},
+          Row{ram, "data", digest.substr(0, 63), 0, 0}, Row{ram, "data", "", 0, 0},
+          Row{ram, "data", side_file_text("datA"), 0, 0}, Row{ram, "data", std::nullopt, 0, 1},
+          Row{ram, nullptr, side_file_text(""), 0, 0},
+          Row{"/opt/ulx/pramx", "data", std::nullopt, 0, 0},
+          Row{"/opt/ulx/save/a", "data", side_file_text("data"), 1, 0}}) {
+        reset_sandbox();
+        content != nullptr ? write_file(path, content) : void();
+        side ? write_file(path + ".sha256", *side) : void();
+        EXPECT_EQ(is_file_valid(path.c_str(), (path + ".sha256").c_str()), valid)
+            << path << side.value_or("none");
+        EXPECT_EQ(is_ram_file_valid(path.c_str()), ram_valid) << path << side.value_or("none");
+    }
+}
+
+// The side file of a protected write holds GLib's digest of the whole content;
+// the side file and the content are each synced.
+TEST_F(IntegrityTest, ProtectedWriteRecordsTheDigestOfTheWholeContent) {
+    ASSERT_EQ(register_items("app", {item_cfg("d", JX_PROTECT_E)}), 0);
+    const std::string path = tier_path("app", "d");
+    write_file(path, "");
+    write_file(path + ".sha256", side_file_text(""));
+    for (const size_t size : {1, 0, 55, 56, 64, (1 << 20) + 1}) {
+        const std::string content(size, static_cast<char>(size));
+        const Handle handle = open_handle("d", "w+");
+        ASSERT_NE(handle, nullptr);
+        IoFaults faults;
+        ASSERT_EQ(write_text(handle.get(), content), static_cast<int32_t>(size));
+        EXPECT_EQ(read_file(path), content) << size;
+        EXPECT_EQ(read_file(path + ".sha256"), side_file_text(content)) << size;
+        EXPECT_EQ(stat_of(path + ".sha256").st_mode & 07777, 0600u) << size;
+        EXPECT_EQ(faults.count(Call::kFsync), 2) << size;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,240 @@
+#include <algorithm>
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "jaxel.h"
+#include "support/builders.h"
+#include "support/io_faults.h"
+#include "support/log_capture.h"
+#include "support/oracle.h"
+#include "support/sandbox.h"
+
+namespace {
+
+using namespace jx::test;
+using Lines = std::vector<std::string>;
+
+enum class Act { kRegister, kOpen, kRambak, kFlashBak, kUpdate };
+using enum Act;
+
+// The files of item "x" of module "md", one letter each: working copy, its side
+// file, durable copy, its checksum file, backup, its checksum file. For R the
+// durable pair is the working copy's own ".bak" pair; for P it is the flash file.
+// Letters: - absent; a, b, x, E the contents "alpha", "bravo", "x", ""; A, B, X,
+// Z their side files; n alpha's digest and a newline; t a flash
+// file torn (to "x") after the driver recorded alpha.
+struct Row {
+    uint32_t mode;
+    Act act;
+    const char *name;
+    const char *before;
+    const char *after;
+    int32_t result;            // the engine's code for an open; the mode given to ram_check_update
+    const char *log;           // one letter a line, see lines_of
+    Call fail = Call::kCount;  // its first call fails with EIO
+};
+
+std::string text_of(char letter) {
+    const std::string plain[] = {"alpha", "bravo", "x", ""};
+    const size_t at = std::string("abxEABXZ").find(letter == 't' ? 'x' : letter);
+    return letter == 'n' ? sha256_hex("alpha") + "\n"
+           : at < 4      ? plain[at]
+                         : side_file_text(plain[at % 4]);
+}
+
+std::vector<std::string> paths_of(uint32_t mode, const char *name) {
+    const std::string w = tier_path("md", name);
+    const std::string d = mode == JX_PROTECT_R   ? w + ".bak"
+                          : mode == JX_PROTECT_P ? tier_path("md", name, JX_TIER_PFLASH)
+                                                 : tier_path("md", name, JX_TIER_SAVE);
+    std::vector<std::string> paths = {w,          w + ".sha256",    d, d + ".sha256",
+                                      d + ".bak", d + ".bak.sha256"};
+    paths.resize(mode == JX_PROTECT_R ? 4 : mode == JX_PROTECT_P ? 3 : 6);
+    return paths;
+}
+
+void lay(const std::vector<std::string> &paths, const char *letters) {
+    for (size_t i = 0; i < paths.size(); ++i) {
+        const char letter = letters[i];
+        if (letter == 't' || (letter == 'a' && paths[i].starts_with("/opt/ulx/pflash/"))) {
+            ASSERT_EQ(jx_set_content(paths[i].c_str(), "alpha", 5), 0);
+        }
+        letter != '-' ? write_file(paths[i], text_of(letter)) : void();
+    }
+}
+
+std::string letters_of(const std::vector<std::string> &paths) {
+    std::string letters;
+    for (const std::string &path : paths) {
+        const std::string known = "abxEABXZn";
+        const auto it = std::find_if(known.begin(), known.end(),
+                                     [&](char k) { return read_file(path) == text_of(k); });
+        letters += !exists(path) ? '-' : it == known.end() ? '?' : *it;
+    }
+    return letters;
+}
+
+// The exact log lines of a row, one letter each, for the row's file and code.
+Lines lines_of(const Row &row) {
+    const std::string n = std::string("md_") + row.name, code = std::to_string(row.result);
+    const std::string bad = "check CRC failed ,(checksumType:2).",
+                      ok = ") successfully.(checksumType:2).";
+    const std::string texts[] = {
+        "(" + n + ".bak)" + bad,
+        "(" + n + ")" + bad,
+        "main & use all invalid(" + n + ")(checksumType:2).",
+        "AC lost, CRC error.use main recover bak(" + n + ".bak)(checksumType:2).",
+        "recover file(" + n + ".bak" + ok,
+        "recover file(" + n + ok,
+        "dst & bak crc all empty.",
+        "jx_recover_directly(main->bak) failed: " + code,
+        "jx_recover_dst_file_in_fs failed: ret " + code + ".",
+        "jx_recover_dst_file_in_pram failed: ret " + code + ".",
+        "clear the broken file(pram) failed!\n",
+        "jx_recover_dst_file_in_pflash failed: ret " + code + ".",
+        "jx_recover_dst_file(" + n + ") failed: ret " + code + ".",
+        "jx_file_recover_by_name(" + n + ") failed: " + code + ".",
+        "jx_recover_dst_file failed: ret " + code + ".",
+        "jx_file_recover(x) failed: ret " + code + ".",
+        "jx_init_item (md x) failed: ret " + code + "."};
+    Lines lines;
+    for (const char *letter = row.log; *letter != '\0'; ++letter) {
+        lines.push_back(texts[std::string("bmiaKMedspcfoOrRI").find(*letter)]);
+    }
+    return lines;
+}
+
+const Row kRows[] = {
+    // The save-area decision table, reached by opening a damaged working copy.
+    {JX_PROTECT_E, kOpen, "x", "xAaAaA", "aAaAaA", 0, ""},
+    {JX_PROTECT_E, kOpen, "x", "xAaAxB", "aAaAaA", 0, "K"},
+    {JX_PROTECT_S, kOpen, "x", "xAxAaA", "aAaAaA", 0, "bM"},
+    {JX_PROTECT_E, kOpen, "so_x", "xAaBbA", "aAaAaA", 0, "bma"},
+    {JX_PROTECT_E, kOpen, "x", "xAaBbA", "xAaBbA", JX_ERR_CRC, "bmisoO"},
+    {JX_PROTECT_E, kOpen, "x", "xAaBaB", "xAaBaB", JX_ERR_CRC, "bmisoO"},
+    {JX_PROTECT_E, kOpen, "x", "xAanan", "aAanaA", 0, "K"},  // agreement is exact, a match a prefix
+    {JX_PROTECT_E, kOpen, "x", "xAa-bB", "aAa-bB", 0, ""},
+    {JX_PROTECT_E, kOpen, "x", "bAxAa-", "xXxAa-", 0, "b"},
+    {JX_PROTECT_E, kOpen, "x", "xA--bA", "bBbBbB", 0, ""},
+    {JX_PROTECT_E, kOpen, "x", "xAaB--", "aAaAaA", 0, ""},
+    {JX_PROTECT_E, kOpen, "x", "xAaE-E", "aAaAaA", 0, "e"},
+    {JX_PROTECT_E, kOpen, "x", "xA-EbE", "xA-ZbE", JX_ERR_PARAM2, "edsoO"},
+    {JX_PROTECT_E, kOpen, "x", "xA----", "xA----", JX_ERR_NOT_FOUND, "oO"},
+    {JX_PROTECT_E, kRegister, "x", "--aAaA", "aAaAaA", 0, ""},
+    {JX_PROTECT_E, kRegister, "x", "------", "------", 0, ""},
+    {JX_PROTECT_E, kRegister, "x", "bBaAaA", "bBaAaA", 0, ""},
+    {JX_PROTECT_E, kRegister, "x", "--aBbA", "--aBbA", JX_ERR_CRC, "bmisrRI"},
+    {JX_PROTECT_E, kFlashBak, "x", "xAaAxB", "xAaAaA", 0, "K"},
+    {JX_PROTECT_C, kOpen, "x", "xAb---", "bAb---", 0, ""},
+    {JX_PROTECT_C, kOpen, "x", "xA----", "xA----", JX_ERR_NOT_FOUND, "oO"},
+    {JX_PROTECT_C, kRegister, "x", "--b---", "b-b---", 0, ""},
+    {JX_PROTECT_C, kFlashBak, "x", "--b---", "--b---", 0, ""},
+    // R: the working copy is the main copy; both copies broken removes all four.
+    {JX_PROTECT_R, kOpen, "x", "xAaA", "aAaA", 0, "bM"},
+    {JX_PROTECT_R, kOpen, "x", "xAbA", "----", JX_ERR_CRC, "bmipoO"},
+    {JX_PROTECT_R, kOpen, "x", "xAbA", "xAbA", JX_ERR_CRC, "bmicpoO", Call::kRun},
+    {JX_PROTECT_R, kRegister, "x", "----", "----", 0, ""},
+    {JX_PROTECT_R, kRambak, "x", "xAaA", "xAaA", 0, ""},
+    {JX_PROTECT_R, kRambak, "x", "aAxB", "aAaA", 0, "K"},
+    {JX_PROTECT_R, kRambak, "x", "-A--", "-A--", JX_ERR_NOT_FOUND, ""},
+    {JX_PROTECT_E, kRambak, "x", "aAxB--", "aAaA--", 0, "M"},
+    {JX_PROTECT_P, kOpen, "x", "xAt", "aAa", 0, ""},
+    {JX_PROTECT_P, kOpen, "x", "xAx", "xAx", JX_ERR_NOT_FOUND, "oO"},
+    {JX_PROTECT_P, kOpen, "x", "xAa", "xAa", -EIO, "foO", Call::kPflashRecover},
+    {JX_PROTECT_P, kRegister, "x", "--t", "aAa", 0, ""},
+    {JX_PROTECT_R, kUpdate, "x", "aBaB", "aAaB", JX_PROTECT_R, ""},
+    {JX_PROTECT_R, kUpdate, "x", "----", "----", JX_PROTECT_R, ""},
+    {JX_PROTECT_C, kUpdate, "x", "aB----", "aB----", JX_PROTECT_C, ""},
+    {JX_PROTECT_E, kUpdate, "x", "aB----", "aB----", JX_PROTECT_S, ""},
+};
+
+void PrintTo(const Row &row, std::ostream *out) {
+    *out << row.mode << " " << static_cast<int>(row.act) << " " << row.name << " " << row.before;
+}
+
+class RecoveryTest : public SandboxTest, public ::testing::WithParamInterface<Row> {};
+
+TEST_P(RecoveryTest, Decision) {
+    const Row &row = GetParam();
+    const std::string longer = std::string(row.name) + "y";  // its path begins with this one's
+    const std::vector<JxItemCfg> items = {item_cfg(row.name, row.mode),
+                                          item_cfg(longer.c_str(), row.mode)};
+    if (row.act != kRegister) {
+        ASSERT_EQ(register_items("md", items), 0);
+    }
+    const std::vector<std::string> paths = paths_of(row.mode, row.name);
+    lay(paths, row.before);
+    write_file(tier_path("md", longer.c_str()), "alpha");
+    LogCapture log;
+    IoFaults faults;
+    if (row.fail != Call::kCount) {
+        faults.fail(row.fail, 1, EIO);
+    }
+    int32_t result = row.result;
+    switch (row.act) {
+    case kRegister: result = register_items("md", items); break;
+    case kOpen: result = open_handle(row.name, "r") ? 0 : -1; break;
+    case kRambak: result = jx_check_recovery_rambak(paths[0].c_str()); break;
+    case kFlashBak: result = jx_recovery_flash_bak(paths[0].c_str()); break;
+    case kUpdate: ram_check_update(row.result); break;
+    }
+    EXPECT_EQ(result, row.act == kOpen && row.result != 0 ? -1 : row.result);
+    EXPECT_EQ(log.messages(), lines_of(row));
+    EXPECT_EQ(letters_of(paths), row.after);
+    EXPECT_EQ(read_file(tier_path("md", longer.c_str())), "alpha");
+    // A registration gives the working copy the registered privilege, and its
+    // owner, group and mode to every other file of the item (side file 0600).
+    for (size_t i = 0; row.act == kRegister && exists(paths[0]) && i < paths.size(); ++i) {
+        const struct stat st = stat_of(paths[i]);
+        EXPECT_TRUE(!exists(paths[i]) ||
+                    ((st.st_mode & 07777) == (i == 1 ? 0600u : 0640u) && st.st_gid == kTestGroup))
+            << paths[i];
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, RecoveryTest, ::testing::ValuesIn(kRows));
+
+using RecoverySandbox = SandboxTest;
+
+// A repair cut at any durable step is finished by the next start-up, because
+// the checksum file of the trusted copy is written before the copies it guards.
+TEST_F(RecoverySandbox, CutRepairIsCompletedByTheNextStartUp) {
+    const std::vector<std::string> paths = paths_of(JX_PROTECT_E, "x");
+    const auto start = [] { return register_items("md", {item_cfg("x", JX_PROTECT_E)}); };
+    for (const char *before : {"--a---", "--aAxB"}) {
+        int status = kCrashExitStatus;
+        for (int nth = 1; status == kCrashExitStatus && nth < 20; ++nth) {
+            reset_sandbox();
+            lay(paths, before);
+            status = in_child([&] {
+                IoFaults faults;
+                faults.crash_before(Call::kFsync, nth);
+                return start();
+            });
+            ASSERT_EQ(in_child(start), 0);
+            // A copy cut before its side file is written counts as valid, and is.
+            const std::string now = letters_of(paths);
+            EXPECT_TRUE(now == "aAaAaA" || now == "a-aAaA") << before << " fsync " << nth << now;
+        }
+        EXPECT_EQ(status, 0) << before;
+    }
+}
+
+// A sound ".bak" pair ends the check before any lookup; a file that has left
+// the table cannot be repaired when it is opened.
+TEST_F(RecoverySandbox, UnregisteredFiles) {
+    ASSERT_EQ(register_items("md", {item_cfg("x", JX_PROTECT_E)}), 0);
+    lay(paths_of(JX_PROTECT_R, "z"), "--aA");
+    EXPECT_EQ(jx_check_recovery_rambak(tier_path("md", "z").c_str()), 0);
+    write_file("/opt/ulx/pram/fsync_reg.ini", "");
+    lay(paths_of(JX_PROTECT_E, "x"), "xA----");
+    LogCapture log;
+    EXPECT_EQ(open_handle("x", "r"), nullptr);
+    EXPECT_EQ(log.messages(), (Lines{"(md_x) not found in fsync_reg.ini.",
+                                     "jx_file_recover_by_name(md_x) failed: -3999991."}));
+}
+
+}  // namespace
