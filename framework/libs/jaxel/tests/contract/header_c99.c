@@ -1,14 +1,8 @@
 #include "jaxel.h"
 
-/* Every prototype must be callable from C exactly as declared. */
-static int32_t (*const kFwrite)(const void *, uint32_t, uint32_t, JxFile *) = jx_fwrite;
-static GKeyFile *(*const kOpenKeyFile)(const char *, int, int) = jx_open_key_file;
-
-int jaxel_header_c99_probe(void);
-int jaxel_header_c99_probe(void) {
-    JxFile file = {0};
-    JxItemCfg cfg = {0};
-    (void)file;
-    (void)cfg;
-    return kFwrite != 0 && kOpenKeyFile != 0;
-}
+// Every prototype must be callable from C exactly as declared, and the records
+// must zero-initialise as C aggregates.
+int32_t (*const jaxel_c99_fwrite)(const void *, uint32_t, uint32_t, JxFile *) = jx_fwrite;
+GKeyFile *(*const jaxel_c99_open_key_file)(const char *, int, int) = jx_open_key_file;
+const JxFile jaxel_c99_file = {0};
+const JxItemCfg jaxel_c99_cfg = {0};
