@@ -51,7 +51,7 @@ TEST_F(MaintenanceTest, PrivilegesAreAppliedAndCopiedWholeAndSealPackages) {
     const std::string ref = kPram + "ref", plain = kPram + "t", package = kPram + "t.tar.gz",
                       capitals = kPram + "t.TAR.GZ";
     ASSERT_EQ(own(ref, 1000, 1001, 02644) | own(package, 1000, 1001, 02644) |
-                  own(plain, 0, 0, 0600) | own(capitals, 0, 0, 0600),
+                  own(plain, 0, 0, 0600) | own(capitals, 0, 0, 0644),
               0);
     jx_set_privilege(plain.c_str(), privilege_of(0x640, 103));
     EXPECT_EQ(access_of(plain), "640 0:103");
@@ -81,7 +81,7 @@ struct ClearRow {
 
 // Short names match on their first 64 characters; the path comes from the arguments.
 const std::string kLong = std::string(63, 'l') + "ab", kLongToo = std::string(63, 'l') + "ac",
-                  kOther = std::string(62, 'l') + "mab";
+                  kOther = std::string(63, 'l') + "bb";
 
 TEST_F(MaintenanceTest, ClearEmptiesRefreshesTheSideFileAndDropsPackages) {
     ASSERT_EQ(chdir(kPram.c_str()), 0);  // an F file's own path is its short name

@@ -15,7 +15,7 @@
 namespace {
 
 using namespace jx::test;
-constexpr int kWorkers = 3, kThreads = 3, kRounds = 60;
+constexpr int kWorkers = 3, kThreads = 3, kRounds = 300;
 
 // The ledger only grows, so a write lost between two writers shows in its length; the
 // journal is also cut and cleared under the writers' feet.
