@@ -1,3 +1,5 @@
+// Several processes, each with several threads, register one module's files and change them
+// at once through their own handles.
 #include <atomic>
 #include <string>
 #include <sys/wait.h>
@@ -17,17 +19,15 @@ namespace {
 using namespace jx::test;
 constexpr int kWorkers = 3, kThreads = 3, kRounds = 300;
 
-// The ledger only grows, so a write lost between two writers shows in its length; the
-// journal is also cut and cleared under the writers' feet.
+// The ledger only grows, so a write lost between two writers shows in its length; the journal
+// is also cut and cleared under the writers' feet.
 int churn(const char *name) {
     Handle append = open_handle(name, "a"), edit = open_handle(name, "r+");
     int failures = append == nullptr || edit == nullptr;
     for (int round = 0; round < kRounds && failures == 0; ++round) {
-        failures += write_text(append.get(), "record;\n") != 8;
-        failures += jx_insert("<in>", 4, 0, edit.get()) != 0;
+        failures += write_text(append.get(), "record;\n") != 8 || jx_insert("<", 1, 0, edit.get());
         if (name[0] == 'j') {
-            failures += jx_delete(20, 2, edit.get()) != 0;
-            failures += round % 8 == 0 && jx_clear_file(name) != 0;
+            failures += jx_delete(20, 2, edit.get()) || (round % 8 == 0 && jx_clear_file(name));
         }
     }
     return failures;
@@ -64,9 +64,9 @@ TEST_F(StressTest, ProcessesAndThreadsKeepContentAndSideFilesInStep) {
     for (const char *name : {"journal", "ledger"}) {
         const std::string path = tier_path("stress", name), content = read_file(path);
         EXPECT_EQ(read_file(path + ".sha256"), side_file_text(content)) << name;
-        EXPECT_EQ(content.find_first_not_of("record;\n<in>"), std::string::npos) << name;
+        EXPECT_EQ(content.find_first_not_of("record;\n<"), std::string::npos) << name;
     }
-    EXPECT_EQ(read_file(tier_path("stress", "ledger")).size(), 12u * kWorkers * kThreads * kRounds);
+    EXPECT_EQ(read_file(tier_path("stress", "ledger")).size(), 9u * kWorkers * kThreads * kRounds);
 }
 
 }  // namespace
