@@ -41,7 +41,6 @@ std::string tar(const char *flags, const std::string &package) {
 }
 
 TEST_F(HandleTest, OpenModesRefuseClearOrKeep) {
-    const std::string padded_side = side_file_text("old") + "\n";  // still matches "old"
     const std::tuple<const char *, const char *, bool, bool, bool, const char *> rows[] = {
         {"plain", "w", false, false, false, "unsupport mode: w."},
         {"plain", "a", false, true, false, ""},
@@ -53,28 +52,30 @@ TEST_F(HandleTest, OpenModesRefuseClearOrKeep) {
     };
     for (const auto &[name, mode, rebooting, opens, clears, message] : rows) {
         write_file(kData, "old");
-        write_file(kData + ".sha256", padded_side);
+        write_file(kData + ".sha256", side_file_text("old") + "\n");  // still matches "old"
         write_file("/opt/ulx/pram/app_plain", "old");
         rebooting ? write_file("/dev/shm/.Reboot.flag", "") : (void)unlink("/dev/shm/.Reboot.flag");
         LogCapture log;
         EXPECT_EQ(open_handle(name, mode) != nullptr, opens) << name << " " << mode;
         EXPECT_EQ(last(log), message);
         EXPECT_EQ(read_file(kData), clears ? "" : "old");
-        EXPECT_EQ(read_file(kData + ".sha256"), clears ? side_file_text("") : padded_side);
+        EXPECT_EQ(read_file(kData + ".sha256"),
+                  side_file_text(clears ? "" : "old") + (clears ? "" : "\n"));
     }
 }
 
 TEST_F(HandleTest, ProtectedWritesLandWhereTheModeSays) {
-    write_file(kData, "hello");
+    write_file(kData, "torn");  // fails its side file: the open rebuilds it from the durable copy
     write_file(kData + ".sha256", side_file_text("hello"));
+    write_file(kDurable, "hello");
     Handle append = open_handle("data", "a+bbbb");
     EXPECT_EQ(std::string(append->file_name) + "|" + append->package_name + "|" + append->mode,
               "app_data|app_data.tar.gz|a+bbb");
-    EXPECT_EQ(stat_of(kData).st_mode & 07777, 0640u);
-    EXPECT_EQ(stat_of(kData).st_gid, kTestGroup);
     fseek(append->fd, 0, SEEK_SET);
     EXPECT_EQ(write_text(append.get(), "XY"), 2);  // appends whatever the position
     Handle update = open_handle("data", "r+");
+    EXPECT_EQ(stat_of(kData).st_mode & 07777, 0640u);  // a repair gives the durable copy's
+    EXPECT_EQ(stat_of(kData).st_gid, kTestGroup);
     fseek(update->fd, 1, SEEK_SET);
     EXPECT_EQ(jx_fwrite("ABCD", 2, 2, update.get()), 2);
     EXPECT_EQ(ftell(update->fd), 5);

@@ -1,4 +1,3 @@
-#include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <tuple>
@@ -55,8 +54,7 @@ TEST_F(KeyFileTest, OpenValidatesRepairsAndHolds) {
         LogCapture log;
         GKeyFile *key = jx_open_key_file(path.c_str(), fd_, hold);
         EXPECT_EQ(addr_of(key), addr);
-        EXPECT_EQ(log.messages().empty() ? "" : log.messages().back().substr(0, strlen(message)),
-                  message);
+        EXPECT_EQ((log.messages().empty() ? "" : log.messages().back()).rfind(message, 0), 0u);
         EXPECT_EQ(locked_elsewhere(), key && hold);
         jx_close_key_file(key, fd_, hold);
         EXPECT_FALSE(locked_elsewhere()) << content;
