@@ -89,12 +89,12 @@ TEST_F(HandleTest, ProtectedWritesLandWhereTheModeSays) {
 // Module files are packed in place under their own name, log files through a
 // copy "md_so_<name>" into the directory of their package path (else their own).
 TEST_F(HandleTest, AFileIsPackedWhenItHasReachedItsSize) {
-    const std::tuple<const char *, const char *, const char *> rows[] = {
-        {nullptr, kOddName, nullptr},
-        {"/opt/ulx/logs", "applog", nullptr},
-        {"/opt/ulx/a b;c'd", "it's;touch stray", "/opt/ulx/a b;c'd/other.tar.gz"},
+    const std::tuple<const char *, const char *, const char *, uint32_t> rows[] = {
+        {nullptr, kOddName, nullptr, 0},
+        {"/opt/ulx/logs", "applog", nullptr, 3},
+        {"/opt/ulx/a b;c'd", "it's;touch stray", "/opt/ulx/a b;c'd/other.tar.gz", 6},
     };
-    for (const auto &[log_dir, name, package_path] : rows) {
+    for (const auto &[log_dir, name, package_path, items_logged] : rows) {
         g_packed.clear();
         const std::string dir = log_dir ? log_dir : "/opt/ulx/pram";
         const std::string file = log_dir ? name : std::string("app_") + name;
@@ -111,6 +111,7 @@ TEST_F(HandleTest, AFileIsPackedWhenItHasReachedItsSize) {
             EXPECT_EQ(write(part, static_cast<uint32_t>(std::string(part).size()), 1, handle), 1);
         }
         EXPECT_EQ(read_file(path), "7");
+        EXPECT_EQ(jx_wirte_cnt_get(1), items_logged);  // items, not bytes, in this process
         // Per write its side file and content, once the new side file's directory,
         // then the package and its directory; log writes are never synced.
         EXPECT_EQ(faults.count(Call::kFsync), log_dir ? 0 : 9);
