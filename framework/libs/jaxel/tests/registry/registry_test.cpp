@@ -1,3 +1,4 @@
+#include <cstring>
 #include <regex>
 #include <unistd.h>
 
@@ -9,7 +10,6 @@
 namespace {
 
 using namespace jx::test;
-using RegistryTest = SandboxTest;
 
 const std::string kTable = "/opt/ulx/pram/fsync_reg.ini";
 
@@ -28,22 +28,12 @@ bool listed(const char *short_name) {
 
 // Each mode's group exactly as printed, numbered over all letters, callback
 // lines only when both names are set, the package as a C file of its own.
-TEST_F(RegistryTest, RegistrationAppendsOneGroupPerModeInItsFormat) {
+TEST_F(SandboxTest, RegistrationAppendsOneGroupPerModeInItsFormat) {
     write_file(kTable, "[S1]\nsrc=/x\n[R2]\nsrc=/y\n");
-    write_file("/opt/ulx/target", "t");
-    ASSERT_EQ(symlink("/opt/ulx/target", "/opt/ulx/link"), 0);
-    std::vector<JxItemCfg> cfg;
-    for (auto [name, mode, size, path] : {std::tuple{"a", 0, 0, ""},
-                                          {"c", 1, 0, ""},
-                                          {"net.conf", 2, 0, ""},
-                                          {"s", 3, 0, ""},
-                                          {"fw", 4, 0, "/opt/ulx/save/x"},
-                                          {"fw2", 4, 0, "/opt/ulx/pflash/chosen"},
-                                          {"/opt/ulx/f.conf", 5, 0, ""},
-                                          {"log", 1, 4096, ""},
-                                          {"lnk", 2, 0, "/opt/ulx/link"}}) {
-        cfg.push_back(item_cfg(name, mode, size, path));
-    }
+    auto cfg = std::vector<JxItemCfg>({item_cfg("a", 0), item_cfg("c", 1), item_cfg("net.conf", 2),
+                                       item_cfg("s", 3), item_cfg("fw", 4, 0, "/opt/ulx/save/x"),
+                                       item_cfg("fw2", 4, 0, "/opt/ulx/pflash/chosen"),
+                                       item_cfg("/opt/ulx/f.conf", 5), item_cfg("log", 1, 4096)});
     cfg[1].callback_obj = cfg[3].callback_obj = "o";
     cfg[1].callback_method = "m";
     ASSERT_EQ(register_items("app", cfg), 0);
@@ -59,66 +49,52 @@ TEST_F(RegistryTest, RegistrationAppendsOneGroupPerModeInItsFormat) {
                "[P7]\ndst=/opt/ulx/pflash/app_fw\nsrc=~pfw\n~v"
                "[P8]\ndst=/opt/ulx/pflash/chosen\nsrc=~pfw2\n~v"
                "[F9]\nsrc=/opt/ulx/f.conf\n~v[C10]\ndst=~slog\nsrc=~plog\n~v"
-               "[C11]\ndst=~slog.tar.gz\nsrc=~plog.tar.gz\n~v"
-               "[E12]\ndst=/opt/ulx/target\nsrc=~plnk\nbak=~slnk.bak\ncrc=~slnk.sha256\n"
-               "bakcrc=~slnk.bak.sha256\n~v"));
+               "[C11]\ndst=~slog.tar.gz\nsrc=~plog.tar.gz\n~v"));
     EXPECT_TRUE(listed("log.tar.gz") && listed("/opt/ulx/f.conf") && listed("a"));
 }
 
 // Another process listed the file (same src, or same dst): nothing is appended,
-// but this process lists it, repairs its working copy and, for C, drops the
-// stale companions of an earlier mode. An invalid mode changes nothing.
-TEST_F(RegistryTest, AListedFileIsNotAppendedAgain) {
-    const std::string table = expand("[E1]\nsrc=~pnet.conf\n[C2]\ndst=~sx\nsrc=/elsewhere\n");
+// but this process lists it and repairs its working copy. An invalid mode
+// changes nothing. Lookups match src exactly; the first letter of a group's
+// name classifies it and an unknown letter hides the group.
+TEST_F(SandboxTest, ListedFilesAndLookup) {
+    LogCapture log;
+    EXPECT_EQ(jx_recovery_flash_bak("/p/a"), JX_ERR_NOT_REGISTERED);
+    EXPECT_EQ(log.messages(), (std::vector<std::string>{"fsync_reg.ini not init.",
+                                                        "get_reg_inter_info(a) failed."}));
+    const std::string table = expand(
+        "[E1]\nsrc=~pnet.conf\n[C2]\ndst=~sx\nsrc=/elsewhere\n[Q3]\nsrc=/q\n"
+        "[e4]\nsrc=/e\n[Sx]\nsrc=/s\n[C6]\nsrc=/p/a\n");
     write_file(kTable, table);
     write_file(expand("~snet.conf"), "durable");
-    const char *stale[] = {"~pnet.conf.sha256", "~snet.conf.sha256", "~snet.conf.bak"};
-    for (const char *path : stale) {
-        write_file(expand(path), "old");
-    }
+    write_file(expand("~snet.conf.bak"), "stale");  // of an earlier E registration
     EXPECT_EQ(register_items("app", {item_cfg("net.conf", 1), item_cfg("x", 1)}), 0);
     EXPECT_EQ(register_items("app", {item_cfg("bad", 6)}), JX_ERR_PROTECT_MODE);
     EXPECT_EQ(read_file(kTable), table);
-    EXPECT_EQ(read_file(expand("~pnet.conf")), "durable");
-    for (const char *path : stale) {
-        EXPECT_FALSE(exists(expand(path))) << path;
-    }
+    EXPECT_EQ(read_file(expand("~pnet.conf")) + std::to_string(exists(expand("~snet.conf.bak"))),
+              "durable0");
     EXPECT_TRUE(listed("net.conf") && listed("x") && !listed("bad"));
+    for (const char *path : {"/q", "/e", "/p/a/", "/p//a", "/p/A"}) {
+        EXPECT_EQ(jx_recovery_flash_bak(path), JX_ERR_NOT_REGISTERED) << path;
+        EXPECT_EQ(log.messages().back(),
+                  std::string("get_reg_inter_info(") + (std::strrchr(path, '/') + 1) + ") failed.");
+    }
+    for (const char *path : {"/s", "/p/a"}) {
+        EXPECT_NE(jx_recovery_flash_bak(path), JX_ERR_NOT_REGISTERED) << path;
+    }
+    EXPECT_NE(open_handle("net.conf", "r"), nullptr);
+    EXPECT_EQ(open_handle("other", "r"), nullptr);
+    EXPECT_EQ(log.messages().back(), "other not register.");
 }
 
 // The process's list compares the first 64 characters of a short name.
-TEST_F(RegistryTest, ShortNamesAgreeingIn64CharactersAreOneFile) {
+TEST_F(SandboxTest, ShortNamesAgreeingIn64CharactersAreOneFile) {
     const std::string name(100, 'n'), same = name.substr(0, 64) + "x", other = "x" + name.substr(1);
     ASSERT_EQ(register_items("app", {item_cfg(name.c_str(), 1, 7), item_cfg(same.c_str(), 1)}), 0);
     uint32_t size = 0;
     EXPECT_EQ(jx_get_package_size(same.c_str(), &size) + jx_get_package_size(other.c_str(), &size),
               JX_ERR_NOT_REGISTERED);
     EXPECT_EQ(size, 7u);
-}
-
-// Lookups match src exactly; the first letter of a group's name classifies it
-// and an unknown letter hides the group. Opening needs the process's list.
-TEST_F(RegistryTest, LookupAndOpen) {
-    LogCapture log;
-    EXPECT_EQ(jx_recovery_flash_bak("/p/a"), JX_ERR_NOT_REGISTERED);
-    EXPECT_EQ(log.messages(), (std::vector<std::string>{"fsync_reg.ini not init.",
-                                                        "get_reg_inter_info(a) failed."}));
-    write_file(kTable, "[Q1]\nsrc=/q\n[e2]\nsrc=/e\n[Sx]\nsrc=/s\n[C4]\nsrc=/p/a\n");
-    ASSERT_EQ(register_items("app", {item_cfg("n", JX_PROTECT_C)}), 0);
-    for (auto [path, base, found] : {std::tuple{"/q", "q", false},
-                                     {"/e", "e", false},
-                                     {"/s", "s", true},
-                                     {"/p/a", "a", true},
-                                     {"/p/a/", "", false},
-                                     {"/p//a", "a", false},
-                                     {"/p/A", "A", false}}) {
-        log.clear();
-        EXPECT_EQ(jx_recovery_flash_bak(path) == JX_ERR_NOT_REGISTERED, !found) << path;
-        EXPECT_EQ(log.contains(std::string("get_reg_inter_info(") + base + ") failed."), !found);
-    }
-    EXPECT_NE(open_handle("n", "a"), nullptr);
-    EXPECT_EQ(open_handle("other", "r"), nullptr);
-    EXPECT_EQ(log.messages().back(), "other not register.");
 }
 
 }  // namespace
