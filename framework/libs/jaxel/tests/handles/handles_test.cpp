@@ -74,14 +74,15 @@ TEST_F(HandleTest, ProtectedWritesLandWhereTheModeSays) {
     fseek(append->fd, 0, SEEK_SET);
     EXPECT_EQ(write_text(append.get(), "XY"), 2);  // appends whatever the position
     Handle update = open_handle("data", "r+");
-    EXPECT_EQ(stat_of(kData).st_mode & 07777, 0640u);  // a repair gives the durable copy's
+    // Every open applies the registered privilege; the repair had copied the durable copy's.
+    EXPECT_EQ(stat_of(kData).st_mode & 07777, 0640u);
     EXPECT_EQ(stat_of(kData).st_gid, kTestGroup);
     fseek(update->fd, 1, SEEK_SET);
     EXPECT_EQ(jx_fwrite("ABCD", 2, 2, update.get()), 2);
     EXPECT_EQ(ftell(update->fd), 5);
     fseek(update->fd, 9, SEEK_SET);
     EXPECT_EQ(write_text(update.get(), "Z"), 1);
-    EXPECT_EQ(write_text(open_handle("data", "r").get(), "no"), 0);  // and changes nothing
+    EXPECT_EQ(write_text(open_handle("data", "r").get(), "no"), 0);  // writes nothing
     EXPECT_EQ(read_file(kData), std::string("hABCDXY\0\0Z", 10));
     EXPECT_EQ(read_file(kData + ".sha256"), side_file_text(std::string("hABCDXY\0\0Z", 10)));
 }
