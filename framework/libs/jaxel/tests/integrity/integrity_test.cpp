@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <optional>
 #include <string>
 #include <tuple>
@@ -66,16 +67,19 @@ TEST_F(IntegrityTest, ValidityAgainstTheSideFile) {
 }
 
 // The side file of a protected write holds GLib's digest of the whole content;
-// the side file and the content are each synced.
+// it is written before the content, and each is synced.
 TEST_F(IntegrityTest, ProtectedWriteRecordsTheDigestOfTheWholeContent) {
     ASSERT_EQ(register_items("app", {item_cfg("d", JX_PROTECT_E)}), 0);
     const std::string path = tier_path("app", "d");
-    write_file(path, "");
-    write_file(path + ".sha256", side_file_text(""));
+    {  // the side file goes first: a write that fails on the content has recorded it
+        IoFaults faults;
+        faults.fail(Call::kFtruncate, 1, EIO);
+        EXPECT_EQ(write_text(open_handle("d", "a").get(), "new"), 0);
+        EXPECT_EQ(read_file(path + ".sha256"), side_file_text("new"));
+    }
     for (const size_t size : {1, 0, 55, 56, 64, (1 << 20) + 1}) {
         const std::string content(size, static_cast<char>(size));
         const Handle handle = open_handle("d", "w+");
-        ASSERT_NE(handle, nullptr);
         IoFaults faults;
         ASSERT_EQ(write_text(handle.get(), content), static_cast<int32_t>(size));
         EXPECT_EQ(read_file(path), content) << size;
