@@ -5,7 +5,6 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -27,22 +26,20 @@ int run(std::vector<const char *> args) {
 
 // The vector reaches the program as it is: no shell, no PATH search; O_CLOEXEC stays behind.
 TEST(KelSystem, ReturnsZeroOnlyForSuccessAndPassesExactlyItsVector) {
-    const int hidden = open("/dev/null", O_RDONLY | O_CLOEXEC),
-              shared = open("/dev/null", O_RDONLY);
+    const int hidden = open("/dev/null", O_RDONLY | O_CLOEXEC), kept = open("/dev/null", O_RDONLY);
     const std::string probe = "test -e /proc/self/fd/", hidden_fd = probe + std::to_string(hidden),
-                      shared_fd = probe + std::to_string(shared);
+                      kept_fd = probe + std::to_string(kept);
     const std::pair<std::vector<const char *>, int> rows[] = {
         {{"/bin/true"}, 0},
-        {{"/bin/false"}, 1},
         {{"/bin/sh", "-c", "test \"$1\" = 'a b;c*' && test $# -eq 1", "sh", "a b;c*"}, 0},
-        {{"/bin/sh", "-c", shared_fd.c_str()}, 0},
+        {{"/bin/sh", "-c", kept_fd.c_str()}, 0},
         {{"/bin/sh", "-c", hidden_fd.c_str()}, 1},
     };
     for (const auto &[args, rc] : rows) {
         EXPECT_EQ(run(args), rc) << args.back();
     }
     close(hidden);
-    close(shared);
+    close(kept);
 }
 
 // Left out under qemu-user, where a program that cannot start shows as exit status 127.
@@ -92,5 +89,5 @@ TEST(Pflash, TornWritesAreRefusedAndRecoveredFromTheNewestValidRecord) {
         g_free(buf);
         pflash_close(h);
     }
-    std::filesystem::remove_all(dir);
+    EXPECT_EQ(std::system(("rm -r " + std::string(dir)).c_str()), 0);
 }

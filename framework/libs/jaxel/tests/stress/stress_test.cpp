@@ -35,12 +35,12 @@ int worker() {
     alarm(240);  // a deadlocked worker is ended instead of hanging the run
     std::atomic<int> failures = register_items(
         "stress", {item_cfg("journal", JX_PROTECT_E), item_cfg("ledger", JX_PROTECT_R)});
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 2 * kThreads; ++t) {
-        threads.emplace_back([&failures, t] { failures += churn(t % 2 ? "journal" : "ledger"); });
-    }
-    for (std::thread &thread : threads) {
-        thread.join();
+    {
+        std::vector<std::jthread> threads;  // joined when it goes
+        for (int t = 0; t < 2 * kThreads; ++t) {
+            threads.emplace_back(
+                [&failures, t] { failures += churn(t % 2 ? "journal" : "ledger"); });
+        }
     }
     return failures.load() != 0;
 }
