@@ -24,8 +24,8 @@ using enum Act;
 // file, durable copy, its checksum file, backup, its checksum file. For R the
 // durable pair is the working copy's own ".bak" pair; for P it is the flash file.
 // Letters: - absent; a, b, x, E the contents "alpha", "bravo", "x", ""; A, B, X,
-// Z their side files; n alpha's digest and a newline; t a flash
-// file torn (to "x") after the driver recorded alpha.
+// Z their side files; n alpha's digest and a newline; t a flash file torn (to
+// "x") after the driver recorded alpha.
 struct Row {
     uint32_t mode;
     Act act;
@@ -76,7 +76,12 @@ std::string letters_of(const std::vector<std::string> &paths) {
     return letters;
 }
 
-// The exact log lines of a row, one letter each, for the row's file and code.
+// The exact log lines of a row, one letter each, for the row's file and code:
+// b, m the backup's or the main copy's check failed; i both invalid; a the
+// md_so_ rule; K, M a copy over the backup or the main pair; e both checksum
+// files empty; d a failed main-to-backup copy; s, p, f the save-area, RAM or
+// flash branch failed; c clearing failed; o, O an open's lines; r, R, I a
+// registration's lines.
 Lines lines_of(const Row &row) {
     const std::string n = std::string("md_") + row.name, code = std::to_string(row.result);
     const std::string bad = "check CRC failed ,(checksumType:2).",
@@ -112,9 +117,13 @@ const Row kRows[] = {
     {JX_PROTECT_E, kOpen, "x", "xAaAxB", "aAaAaA", 0, "K"},
     {JX_PROTECT_S, kOpen, "x", "xAxAaA", "aAaAaA", 0, "bM"},
     {JX_PROTECT_E, kOpen, "so_x", "xAaBbA", "aAaAaA", 0, "bma"},
+    // md_sox is outside the md_so_ rule; identical copies still need the right digest.
     {JX_PROTECT_E, kOpen, "sox", "xAaBbA", "xAaBbA", JX_ERR_CRC, "bmisoO"},
     {JX_PROTECT_E, kOpen, "x", "xAaBaB", "xAaBaB", JX_ERR_CRC, "bmisoO"},
     {JX_PROTECT_E, kOpen, "x", "xAanan", "aAanaA", 0, "K"},  // agreement is exact, a match a prefix
+    // A main copy without a checksum file is trusted; a broken one whose backup has
+    // none stays; a single copy is taken unverified; empty checksum files on both
+    // sides mean no digest yet.
     {JX_PROTECT_E, kOpen, "x", "xAa-bB", "aAa-bB", 0, ""},
     {JX_PROTECT_E, kOpen, "x", "bAxAa-", "xXxAa-", 0, "b"},
     {JX_PROTECT_E, kOpen, "x", "xA--bA", "bBbBbB", 0, ""},
@@ -122,11 +131,13 @@ const Row kRows[] = {
     {JX_PROTECT_E, kOpen, "x", "xAaE-E", "aAaAaA", 0, "e"},
     {JX_PROTECT_E, kOpen, "x", "xA-EbE", "xA-ZbE", JX_ERR_PARAM2, "edsoO"},
     {JX_PROTECT_E, kOpen, "x", "xA----", "xA----", JX_ERR_NOT_FOUND, "oO"},
+    // Registration: nothing to recover from is no failure, a valid working copy stays.
     {JX_PROTECT_E, kRegister, "x", "--aAaA", "aAaAaA", 0, ""},
     {JX_PROTECT_E, kRegister, "x", "------", "------", 0, ""},
     {JX_PROTECT_E, kRegister, "x", "bBaAaA", "bBaAaA", 0, ""},
     {JX_PROTECT_E, kRegister, "x", "--aBbA", "--aBbA", JX_ERR_CRC, "bmisrRI"},
     {JX_PROTECT_E, kFlashBak, "x", "xAaAxB", "xAaAaA", 0, "K"},
+    // C: the durable copy only has to exist; its working copy gets no side file.
     {JX_PROTECT_C, kOpen, "x", "xAb---", "bAb---", 0, ""},
     {JX_PROTECT_C, kOpen, "x", "xA----", "xA----", JX_ERR_NOT_FOUND, "oO"},
     {JX_PROTECT_C, kRegister, "x", "--b---", "b-b---", 0, ""},
@@ -136,14 +147,17 @@ const Row kRows[] = {
     {JX_PROTECT_R, kOpen, "x", "xAbA", "----", JX_ERR_CRC, "bmipoO"},
     {JX_PROTECT_R, kOpen, "x", "xAbA", "xAbA", JX_ERR_CRC, "bmicpoO", Call::kRun},
     {JX_PROTECT_R, kRegister, "x", "--aA", "aAaA", 0, ""},
+    // A sound ".bak" pair ends the backup check, whatever the main file holds.
     {JX_PROTECT_R, kRambak, "x", "xAaA", "xAaA", 0, ""},
     {JX_PROTECT_R, kRambak, "x", "aAxB", "aAaA", 0, "K"},
     {JX_PROTECT_R, kRambak, "x", "-A--", "-A--", JX_ERR_NOT_FOUND, ""},
     {JX_PROTECT_E, kRambak, "x", "aAxB--", "aAaA--", 0, "M"},
+    // P: the flash driver repairs its file from its own records.
     {JX_PROTECT_P, kOpen, "x", "xAt", "aAa", 0, ""},
     {JX_PROTECT_P, kOpen, "x", "xAx", "xAx", JX_ERR_NOT_FOUND, "oO"},
     {JX_PROTECT_P, kOpen, "x", "xAa", "xAa", -EIO, "foO", Call::kPflashRecover},
     {JX_PROTECT_P, kRegister, "x", "--t", "aAa", 0, ""},
+    // Side files are refreshed for existing working copies of the given letter only.
     {JX_PROTECT_R, kUpdate, "x", "aBaB", "aAaB", JX_PROTECT_R, ""},
     {JX_PROTECT_R, kUpdate, "x", "----", "----", JX_PROTECT_R, ""},
     {JX_PROTECT_C, kUpdate, "x", "aB----", "aB----", JX_PROTECT_C, ""},
@@ -151,7 +165,8 @@ const Row kRows[] = {
 };
 
 void PrintTo(const Row &row, std::ostream *out) {
-    *out << row.mode << " " << static_cast<int>(row.act) << " " << row.name << " " << row.before;
+    *out << row.mode << " " << static_cast<int>(row.act) << " " << row.name << " " << row.before
+         << " " << row.after;
 }
 
 class RecoveryTest : public SandboxTest, public ::testing::WithParamInterface<Row> {};
