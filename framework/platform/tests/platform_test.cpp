@@ -72,7 +72,8 @@ TEST(Pflash, TornWritesAreRefusedAndRecoveredFromTheNewestValidRecord) {
     const std::pair<std::string, bool> rows[] = {
         {"truncate -s 2 " + path, true},
         {"rm " + path, true},
-        {"truncate -s 40 " + newest + " && printf old >" + path, false},  // before the file
+        {"sed -i s/new/neW/ " + newest + " && printf old >" + path,
+         false},  // torn before the file was written
     };
     for (const auto &[cut, refused] : rows) {
         void *h = pflash_open(path.c_str(), O_RDWR | O_CREAT);
