@@ -72,8 +72,8 @@ TEST(Pflash, TornWritesAreRefusedAndRecoveredFromTheNewestValidRecord) {
     const std::pair<std::string, bool> rows[] = {
         {"truncate -s 2 " + path, true},
         {"rm " + path, true},
-        {"sed -i s/new/neW/ " + newest + " && printf old >" + path,
-         false},  // torn before the file was written
+        // The newest record torn before the file was written: the previous content holds.
+        {"sed -i s/new/neW/ " + newest + " && printf old >" + path, false},
     };
     for (const auto &[cut, refused] : rows) {
         void *h = pflash_open(path.c_str(), O_RDWR | O_CREAT);
