@@ -30,8 +30,10 @@ bool listed(const char *short_name) {
 // lines only when both names are set, the package as a C file of its own.
 TEST_F(SandboxTest, RegistrationAppendsOneGroupPerModeInItsFormat) {
     write_file(kTable, "[S1]\nsrc=/x\n[R2]\nsrc=/y\n");
-    auto cfg = std::vector<JxItemCfg>({item_cfg("a", 0), item_cfg("c", 1), item_cfg("net.conf", 2),
-                                       item_cfg("s", 3), item_cfg("fw", 4, 0, "/opt/ulx/save/x"),
+    write_file("/opt/ulx/c", "");  // a chosen path is taken resolved
+    auto cfg = std::vector<JxItemCfg>({item_cfg("a", 0), item_cfg("c", 1, 0, "/opt/ulx//c"),
+                                       item_cfg("net.conf", 2), item_cfg("s", 3),
+                                       item_cfg("fw", 4, 0, "/opt/ulx/save/x"),
                                        item_cfg("fw2", 4, 0, "/opt/ulx/pflash/chosen"),
                                        item_cfg("/opt/ulx/f.conf", 5), item_cfg("log", 1, 4096)});
     cfg[1].callback_obj = cfg[3].callback_obj = "o";
@@ -42,7 +44,7 @@ TEST_F(SandboxTest, RegistrationAppendsOneGroupPerModeInItsFormat) {
         expand("[S1]\nsrc=/x\n[R2]\nsrc=/y\n"
                "[R3]\ndst=~pa.bak\nsrc=~pa\nbak=~pa.bak\ncrc=~pa.bak.sha256\n"
                "bakcrc=~pa.bak.sha256\n~v"
-               "[C4]\ndst=~sc\nsrc=~pc\n~vcallback_obj=o\ncallback_method=m\n"
+               "[C4]\ndst=/opt/ulx/c\nsrc=~pc\n~vcallback_obj=o\ncallback_method=m\n"
                "[E5]\ndst=~snet.conf\nsrc=~pnet.conf\nbak=~snet.conf.bak\n"
                "crc=~snet.conf.sha256\nbakcrc=~snet.conf.bak.sha256\n~v"
                "[S6]\ndst=~ss\nsrc=~ps\nbak=~ss.bak\ncrc=~ss.sha256\nbakcrc=~ss.bak.sha256\n~v"
@@ -85,10 +87,7 @@ TEST_F(SandboxTest, ListedFilesAndLookup) {
     EXPECT_NE(open_handle("net.conf", "r"), nullptr);
     EXPECT_EQ(open_handle("other", "r"), nullptr);
     EXPECT_EQ(log.messages().back(), "other not register.");
-}
-
-// The process's list compares the first 64 characters of a short name.
-TEST_F(SandboxTest, ShortNamesAgreeingIn64CharactersAreOneFile) {
+    // The process's list compares the first 64 characters of a short name.
     const std::string name(100, 'n'), same = name.substr(0, 64) + "x", other = "x" + name.substr(1);
     ASSERT_EQ(register_items("app", {item_cfg(name.c_str(), 1, 7), item_cfg(same.c_str(), 1)}), 0);
     uint32_t size = 0;
