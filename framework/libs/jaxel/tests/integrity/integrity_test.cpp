@@ -37,6 +37,12 @@ TEST_F(IntegrityTest, WholeContentOnEachTier) {
         EXPECT_EQ(faults.count(Call::kPflashWrite), tier == 'f' ? 2 : 0) << path;
         EXPECT_EQ(faults.count(Call::kFsync), tier == 'f' ? 0 : 3) << path;
     }
+    // A failed flush still syncs, and the bytes were counted before it.
+    IoFaults faults;
+    faults.fail(Call::kFflush, 1, EIO);
+    EXPECT_EQ(jx_set_content("/opt/ulx/save/f", "abc", 3), JX_ERR_WRITE);
+    EXPECT_EQ(faults.count(Call::kFsync), 1);
+    EXPECT_EQ(jx_wirte_cnt_get(2), content.size() + 3);
     jx_wirte_cnt_set(0, 5);
     jx_wirte_cnt_set(0, UINT32_MAX);
     jx_wirte_cnt_set(3, 10);

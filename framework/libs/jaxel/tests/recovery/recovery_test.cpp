@@ -50,10 +50,10 @@ std::vector<std::string> paths_of(uint32_t mode, const char *name) {
     const std::string d = mode == JX_PROTECT_R   ? w + ".bak"
                           : mode == JX_PROTECT_P ? tier_path("md", name, JX_TIER_PFLASH)
                                                  : tier_path("md", name, JX_TIER_SAVE);
-    std::vector<std::string> paths = {w,          w + ".sha256",    d, d + ".sha256",
-                                      d + ".bak", d + ".bak.sha256"};
-    paths.resize(mode == JX_PROTECT_R ? 4 : mode == JX_PROTECT_P ? 3 : 6);
-    return paths;
+    std::vector<std::string> all = {w,          w + ".sha256",    d, d + ".sha256",
+                                    d + ".bak", d + ".bak.sha256"};
+    all.resize(mode == JX_PROTECT_R ? 4 : mode == JX_PROTECT_P ? 3 : 6);
+    return all;
 }
 
 void lay(const std::vector<std::string> &paths, const char *letters) {
@@ -84,15 +84,13 @@ std::string letters_of(const std::vector<std::string> &paths) {
 // registration's lines.
 Lines lines_of(const Row &row) {
     const std::string n = std::string("md_") + row.name, code = std::to_string(row.result);
-    const std::string bad = "check CRC failed ,(checksumType:2).",
-                      ok = ") successfully.(checksumType:2).";
     const std::string texts[] = {
-        "(" + n + ".bak)" + bad,
-        "(" + n + ")" + bad,
+        "(" + n + ".bak)check CRC failed ,(checksumType:2).",
+        "(" + n + ")check CRC failed ,(checksumType:2).",
         "main & use all invalid(" + n + ")(checksumType:2).",
         "AC lost, CRC error.use main recover bak(" + n + ".bak)(checksumType:2).",
-        "recover file(" + n + ".bak" + ok,
-        "recover file(" + n + ok,
+        "recover file(" + n + ".bak) successfully.(checksumType:2).",
+        "recover file(" + n + ") successfully.(checksumType:2).",
         "dst & bak crc all empty.",
         "jx_recover_directly(main->bak) failed: " + code,
         "jx_recover_dst_file_in_fs failed: ret " + code + ".",
@@ -165,8 +163,7 @@ const Row kRows[] = {
 };
 
 void PrintTo(const Row &row, std::ostream *out) {
-    *out << row.mode << " " << static_cast<int>(row.act) << " " << row.name << " " << row.before
-         << " " << row.after;
+    *out << row.mode << " " << static_cast<int>(row.act) << " " << row.before << " " << row.after;
 }
 
 class RecoveryTest : public SandboxTest, public ::testing::WithParamInterface<Row> {};
@@ -239,12 +236,9 @@ TEST_F(RecoverySandbox, CutRepairIsCompletedByTheNextStartUp) {
     }
 }
 
-// A sound ".bak" pair ends the check before any lookup; a file that has left
-// the table cannot be repaired when it is opened.
+// A file that has left the table cannot be repaired when it is opened.
 TEST_F(RecoverySandbox, UnregisteredFiles) {
     ASSERT_EQ(register_items("md", {item_cfg("x", JX_PROTECT_E)}), 0);
-    lay(paths_of(JX_PROTECT_R, "z"), "--aA");
-    EXPECT_EQ(jx_check_recovery_rambak(tier_path("md", "z").c_str()), 0);
     write_file("/opt/ulx/pram/fsync_reg.ini", "");
     lay(paths_of(JX_PROTECT_E, "x"), "xA----");
     LogCapture log;
