@@ -33,7 +33,7 @@ TEST_F(SandboxTest, RegistrationAppendsOneGroupPerModeInItsFormat) {
     write_file("/opt/ulx/c", "");  // a chosen path is taken resolved
     auto cfg = std::vector<JxItemCfg>({item_cfg("a", 0), item_cfg("c", 1, 0, "/opt/ulx//c"),
                                        item_cfg("net.conf", 2), item_cfg("s", 3),
-                                       item_cfg("fw", 4, 0, "/opt/ulx/save/x"),
+                                       item_cfg("fw", 4, 0, "/opt/ulx/pflashx"),
                                        item_cfg("fw2", 4, 0, "/opt/ulx/pflash/chosen"),
                                        item_cfg("/opt/ulx/f.conf", 5), item_cfg("log", 1, 4096)});
     cfg[1].callback_obj = cfg[3].callback_obj = "o";
