@@ -27,16 +27,16 @@ std::string access_of(const std::string &path) {
     return text;
 }
 
-int own(const std::string &path, uid_t owner, gid_t group, mode_t mode) {
+// A file of user 1000 with the given group and mode.
+int own(const std::string &path, gid_t group, mode_t mode) {
     write_file(path, "x");
-    return chown(path.c_str(), owner, group) | chmod(path.c_str(), mode);
+    return chown(path.c_str(), 1000, group) | chmod(path.c_str(), mode);
 }
 
 // A package ends read-only even when nothing else differs; the suffix test is case-sensitive.
 TEST_F(SandboxTest, PrivilegesAreAppliedAndCopiedWholeAndSealPackages) {
-    const std::string ref = kPram + "ref", plain = kPram + "t.TAR.GZ", package = kPram + "t.tar.gz";
-    ASSERT_EQ(
-        own(ref, 1000, 1001, 02644) | own(package, 1000, 1001, 02644) | own(plain, 0, 0, 0600), 0);
+    const std::string ref = kPram + "ref", caps = kPram + "t.TAR.GZ", package = kPram + "t.tar.gz";
+    ASSERT_EQ(own(ref, 1001, 02644) | own(package, 1001, 02644) | own(caps, 0, 0600), 0);
     // Mode codes are octal digits written in hex; the owner digit is ignored.
     const std::pair<uint32_t, uint32_t> codes[] = {{68, 0644}, {0x640, 0640}, {0x660, 0660},
                                                    {0, 0600},  {0x777, 0666}, {UINT32_MAX, 0666},
@@ -44,15 +44,15 @@ TEST_F(SandboxTest, PrivilegesAreAppliedAndCopiedWholeAndSealPackages) {
     for (const auto &[code, mode] : codes) {
         EXPECT_EQ(jx_create_privilege(code), mode) << std::hex << code;
     }
-    jx_set_privilege(plain.c_str(), privilege_of(0x644, 103));
-    EXPECT_EQ(access_of(plain), "644 0:103");
+    jx_set_privilege(caps.c_str(), privilege_of(0x644, 103));
+    EXPECT_EQ(access_of(caps), "644 1000:103");
     LogCapture log;
     IoFaults faults;
     faults.fail(Call::kChmod, 1, EPERM);  // the raw result of the failing call comes back
-    EXPECT_EQ(jx_sync_privilege(ref.c_str(), plain.c_str()), -1);
+    EXPECT_EQ(jx_sync_privilege(ref.c_str(), caps.c_str()), -1);
     EXPECT_TRUE(log.contains("chmod(t.TAR.GZ) failed: ret -1 errno 1(Operation not permitted)"));
-    EXPECT_EQ(access_of(plain), "644 1000:1001");
-    for (const std::string &target : {plain, package}) {
+    EXPECT_EQ(access_of(caps), "644 1000:1001");
+    for (const std::string &target : {caps, package}) {
         EXPECT_EQ(jx_sync_privilege(ref.c_str(), target.c_str()), 0);
         EXPECT_EQ(access_of(target), target == package ? "440 1000:1001" : "2644 1000:1001");
     }
