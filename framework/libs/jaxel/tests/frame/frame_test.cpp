@@ -56,7 +56,7 @@ TEST_F(SandboxTest, LogLine) {
 }
 
 // A second stop returns at once; a child with a deadline turns a hang into a
-// failure. (What other calls do after the stop is the implementer's choice.)
+// failure. Other calls after the stop are outside the contract: not tested.
 TEST(Frame, ExitTwice) {
     EXPECT_EQ(in_child([] {
                   alarm(30);
