@@ -24,8 +24,8 @@ const std::string kE = "/opt/ulx/save/e";
 std::string state(const std::vector<std::string> &paths) {
     std::string out;
     for (const auto &p : paths) {
-        const bool sound = read_file(p + ".sha256") == side_file_text(read_file(p));
-        out += (exists(p) ? read_file(p) : "-") + (sound ? "+ " : " ");
+        out += (exists(p) ? read_file(p) : "-") +
+               (read_file(p + ".sha256") == side_file_text(read_file(p)) ? "+ " : " ");
     }
     return out;
 }
@@ -42,7 +42,7 @@ void make(const Files &files, const std::string &archive = "") {
     }
 }
 
-// The table is created 0644 whatever the umask; start-up repairs the working
+// The table is created 0644, group 103, whatever the umask; start-up repairs the working
 // copies; a second one registers and repairs nothing; a failing element ends
 // the run.
 TEST_F(SandboxTest, RegistrationAndRepair) {
@@ -51,7 +51,8 @@ TEST_F(SandboxTest, RegistrationAndRepair) {
     const std::vector<JxItemCfg> cfg = {item_cfg("a", 2), item_cfg("l", 1, 9), item_cfg("l", 2)};
     ASSERT_EQ(register_items("app", cfg), 0);
     const std::string table = read_file("/opt/ulx/pram/fsync_reg.ini");
-    EXPECT_EQ(stat_of("/opt/ulx/pram/fsync_reg.ini").st_mode & 0777, 0644u);
+    const struct stat st = stat_of("/opt/ulx/pram/fsync_reg.ini");
+    EXPECT_EQ((st.st_mode & 0777) + (st.st_gid << 9), 0644u + (103u << 9));  // group 103
     EXPECT_EQ(std::regex_replace(table, std::regex("[^\\[]"), ""), "[[[");
     EXPECT_EQ(state({kA}), "D+ ");
     IoFaults faults;
