@@ -38,17 +38,24 @@ TEST(Frame, ModuleNameAndFilePaths) {
     }
 }
 
-// One line per message: "[pid] source(line): message\n" at priority 135.
+// One line per message: "[pid] source(line): message\n" at priority 135; a
+// message too long for its buffer is announced on standard output and still
+// logged.
 TEST_F(SandboxTest, LogLine) {
-    const JxItemCfg cfg = item_cfg("b", 9);
+    const std::string n300(300, 'n'), pid = std::to_string(getpid());
+    const JxItemCfg cfg[] = {item_cfg("b", 9), item_cfg(n300.c_str(), 9)};
     LogCapture log;
-    EXPECT_EQ(jx_init_cfg(&cfg, 1, "app"), JX_ERR_PROTECT_MODE);
-    ASSERT_EQ(log.records().size(), 1u);
-    EXPECT_EQ(log.records()[0].priority, 135);
-    const std::string pid = std::to_string(getpid()), at = "\\] [^/()]+\\.cpp\\([0-9]+\\): ";
-    EXPECT_TRUE(std::regex_match(log.records()[0].line, std::regex("\\[" + pid + at +
-                                                                   "jx_init_item \\(app b\\) "
-                                                                   "failed: ret -3999993\\.\n")));
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(jx_init_cfg(cfg, 1, "app") + jx_init_cfg(cfg + 1, 1, "app"), 2 * JX_ERR_PROTECT_MODE);
+    EXPECT_TRUE(
+        std::regex_match(testing::internal::GetCapturedStdout(),
+                         std::regex("ERROR: \\[jaxel\\]\\[[0-9]+\\]: snprintf_s failed\\.\n")));
+    ASSERT_EQ(log.records().size(), 2u);
+    EXPECT_EQ(log.records()[0].priority + log.records()[1].priority, 270);
+    EXPECT_TRUE(std::regex_match(log.records()[0].line,
+                                 std::regex("\\[" + pid +
+                                            "\\] [^/()]+\\.cpp\\([0-9]+\\): "
+                                            "jx_init_item \\(app b\\) failed: ret -3999993\\.\n")));
 }
 
 // A second stop returns at once; a child with a deadline turns a hang into a
