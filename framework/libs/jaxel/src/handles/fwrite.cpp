@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "frame/frame.h"
+#include "handles/handle_write.h"
 #include "handles/handles.h"
 #include "integrity/integrity.h"
 #include "safestr.h"
@@ -133,9 +134,9 @@ int32_t write_by_protect_mode(const WriteRequest &request) noexcept {
 }
 
 }  // namespace
-}  // namespace jx
 
-extern "C" int32_t jx_fwrite(const void *ptr, uint32_t size, uint32_t n, JxFile *stream) noexcept {
-    return jx::locked_handle_write({ptr, size, n, stream}, jx::jx_package,
-                                   jx::write_by_protect_mode);
+int32_t write_handle(const void *ptr, uint32_t size, uint32_t n, JxFile *stream) noexcept {
+    return locked_handle_write({ptr, size, n, stream}, jx_package, write_by_protect_mode);
 }
+
+}  // namespace jx

@@ -2,7 +2,7 @@
 #include <sys/stat.h>
 
 #include "frame/frame.h"
-#include "handles/handles.h"
+#include "handles/handle_write.h"
 
 namespace jx {
 namespace {

@@ -6,8 +6,9 @@
 #include <sys/stat.h>
 
 #include "frame/frame.h"
-#include "frame/shell.h"
+#include "handles/handle_write.h"
 #include "handles/handles.h"
+#include "integrity/integrity.h"
 #include "safestr.h"
 
 namespace jx {
@@ -107,7 +108,7 @@ int32_t jx_package(JxFile *stream) noexcept {
     if (make_package_durable(package_path.c_str()) != JX_OK) {
         return JX_ERR_PACKAGE;
     }
-    if (jx_sync_privilege(stream->file_path, package_path.c_str()) != 0) {
+    if (sync_privilege(stream->file_path, package_path.c_str()) != 0) {
         JX_LOG("sync privilege failed, file:%s", base_name(stream->file_path));
     }
     return finish_package(stream, package_path.c_str());
@@ -142,7 +143,7 @@ int32_t jx_package_log(JxFile *stream) noexcept {
         return JX_ERR_PACKAGE;
     }
     const Path package_path = make_path({directory.c_str(), "/", stream->package_name});
-    const int32_t synced = jx_sync_privilege(stream->file_path, package_path.c_str());
+    const int32_t synced = sync_privilege(stream->file_path, package_path.c_str());
     if (synced != 0) {
         JX_LOG("sync privilege %s failed: %d.", base_name(stream->file_path), synced);
         return JX_ERR_PACKAGE;

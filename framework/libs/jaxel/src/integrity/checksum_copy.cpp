@@ -1,5 +1,5 @@
 #include "frame/frame.h"
-#include "integrity/checksum.h"
+#include "integrity/integrity.h"
 
 namespace jx {
 namespace {
@@ -13,7 +13,7 @@ struct PairWrite {
 // Stops at the first failing write; what was written stays.
 int32_t write_in_order(const PairWrite (&writes)[3]) noexcept {
     for (const PairWrite &w : writes) {
-        const int32_t rc = jx_set_content(w.path, w.data, w.len);
+        const int32_t rc = set_content(w.path, w.data, w.len);
         if (rc != JX_OK) {
             return rc;
         }
@@ -55,7 +55,7 @@ int32_t jx_crc_copy(const void *content, uint32_t len, const char *expected, con
         return JX_ERR_CRC;
     }
     JX_LOG("recover file(%s) successfully.(checksumType:%d).", base_name(dest), kChecksumType);
-    const int32_t rc = jx_set_content(dest, content, len);
+    const int32_t rc = set_content(dest, content, len);
     return rc != JX_OK ? rc : write_checksum_file(dest_crc, digest);
 }
 

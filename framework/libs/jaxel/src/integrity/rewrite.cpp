@@ -2,7 +2,7 @@
 #include <cstdio>
 
 #include "frame/frame.h"
-#include "integrity/checksum.h"
+#include "integrity/integrity.h"
 
 namespace jx {
 namespace {

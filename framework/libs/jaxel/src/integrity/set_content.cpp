@@ -5,7 +5,6 @@
 #include "frame/frame.h"
 #include "integrity/integrity.h"
 #include "integrity/tier.h"
-#include "jaxel.h"
 
 namespace jx {
 namespace {
@@ -65,19 +64,20 @@ int32_t write_file(const char *path, const void *buf, uint32_t len, bool counted
 }
 
 }  // namespace
-}  // namespace jx
 
-extern "C" int32_t jx_set_content(const char *path, const void *buf, uint32_t len) noexcept {
+int32_t set_content(const char *path, const void *buf, uint32_t len) noexcept {
     if (path == nullptr) {
         return JX_ERR_PARAM1;
     }
     if (buf == nullptr) {
         return JX_ERR_PARAM2;
     }
-    switch (jx::tier_of(path)) {
-    case jx::Tier::kFlash: return jx::write_flash(path, buf, len);
-    case jx::Tier::kSave: return jx::write_file(path, buf, len, true);
-    case jx::Tier::kPlain: break;
+    switch (tier_of(path)) {
+    case Tier::kFlash: return write_flash(path, buf, len);
+    case Tier::kSave: return write_file(path, buf, len, true);
+    case Tier::kPlain: break;
     }
-    return jx::write_file(path, buf, len, false);
+    return write_file(path, buf, len, false);
 }
+
+}  // namespace jx

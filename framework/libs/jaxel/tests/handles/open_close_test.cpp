@@ -49,7 +49,7 @@ TEST_F(OpenCloseTest, FillsTheHandleAndAppliesThePrivilege) {
     const std::string other = registered.substr(0, 64) + "differs";
     JxFile *handle = jx_fopen(other.c_str(), "a+bbbb");
     ASSERT_NE(handle, nullptr);
-    EXPECT_EQ(handle->item, jx_find_module_item(registered.c_str()));
+    EXPECT_EQ(handle->item, jx::jx_find_module_item(registered.c_str()));
     EXPECT_EQ(std::string(handle->file_path), "/opt/ulx/pram/app_" + other);
     EXPECT_EQ(std::string(handle->file_name), "app_" + other);
     EXPECT_EQ(std::string(handle->package_name), "app_" + other + ".tar.gz");

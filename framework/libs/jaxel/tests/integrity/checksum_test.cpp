@@ -169,7 +169,7 @@ TEST_F(ChecksumTest, EachFailingStepOfTheRewriteLogsItsOwnLine) {
 }
 
 TEST_F(ChecksumTest, RecoverDirectlyWritesTheTrustedChecksumFirstAndStopsAtAFailure) {
-    RegItem item{};
+    jx::RegItem item{};
     g_strlcpy(item.dst, "/opt/ulx/save/m", sizeof item.dst);
     g_strlcpy(item.crc, "/opt/ulx/save/m.sha256", sizeof item.crc);
     g_strlcpy(item.bak, "/opt/ulx/save/m.bak", sizeof item.bak);

@@ -9,9 +9,9 @@
 #include <gtest/gtest.h>
 
 #include "frame/frame.h"
-#include "integrity/recovery.h"
 #include "jaxel.h"
 #include "maintenance/maintenance.h"
+#include "recovery/recovery.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
 #include "support/registration.h"
@@ -60,22 +60,22 @@ void give(const std::string &path, const Owner &o) {
 class OpenRecoveryTest : public jx::test::SandboxTest {
 protected:
     // Registers module "app"'s file and looks its record up as an open would.
-    static RegItem enroll(const char *short_name, ProtectMode mode, JxPrivilege privilege = 0) {
+    static jx::RegItem enroll(const char *short_name, ProtectMode mode, JxPrivilege privilege = 0) {
         JxItemCfg cfg{};
         cfg.short_name = short_name;
         cfg.protect_mode = mode;
         cfg.privilege = privilege;
         const std::string src = jx::test::register_for_test("app", cfg);
-        const jx::GPtr<RegItem> found(get_reg_inter_info(src.c_str()));
+        const jx::GPtr<jx::RegItem> found(jx::get_reg_inter_info(src.c_str()));
         if (!found) {
             ADD_FAILURE() << "no record for " << src;
-            return RegItem{};
+            return jx::RegItem{};
         }
         return *found;
     }
 
     // A sound durable pair and backup pair of an E or S item.
-    static void sound_copies(const RegItem &item, const std::string &content) {
+    static void sound_copies(const jx::RegItem &item, const std::string &content) {
         write_file(item.dst, content);
         write_file(item.crc, record(content));
         write_file(item.bak, content);
@@ -84,15 +84,15 @@ protected:
 };
 
 TEST_F(OpenRecoveryTest, NothingToRecoverFromFailsTheOpenButNotTheRegistration) {
-    const RegItem item = enroll("k.conf", JX_PROTECT_E, jx::make_privilege(0x640, kGroup));
+    const jx::RegItem item = enroll("k.conf", JX_PROTECT_E, jx::make_privilege(0x640, kGroup));
     write_file(item.crc, "");
     jx::test::LogCapture log;
-    EXPECT_EQ(jx_file_recover_by_name(item.src, &item), JX_ERR_NOT_FOUND);
+    EXPECT_EQ(jx::jx_file_recover_by_name(item.src, &item), JX_ERR_NOT_FOUND);
     EXPECT_EQ(log.messages(), Messages{"jx_recover_dst_file(app_k.conf) failed: ret -3999985."});
 
     log.clear();
     jx::test::IoFaults faults;
-    EXPECT_EQ(jx_file_recover(&item), 0);
+    EXPECT_EQ(jx::jx_file_recover(&item), 0);
     EXPECT_TRUE(log.messages().empty());
     for (Call call : {Call::kFopen, Call::kChmod, Call::kChown, Call::kFchmod, Call::kFchown}) {
         EXPECT_EQ(faults.count(call), 0) << "no privilege may be touched";
@@ -107,25 +107,25 @@ TEST_F(OpenRecoveryTest, UnregisteredFileIsRefused) {
     write_file(std::string(path) + ".sha256", record("other"));
     ASSERT_EQ(is_ram_file_valid(path), 0);
     jx::test::LogCapture log;
-    const jx::GPtr<RegItem> item(get_reg_inter_info(path));
-    EXPECT_EQ(jx_file_recover_by_name(path, item.get()), JX_ERR_NOT_REGISTERED);
+    const jx::GPtr<jx::RegItem> item(jx::get_reg_inter_info(path));
+    EXPECT_EQ(jx::jx_file_recover_by_name(path, item.get()), JX_ERR_NOT_REGISTERED);
     EXPECT_EQ(log.messages(), Messages{"(app_x) not found in fsync_reg.ini."});
     EXPECT_EQ(read_file(path), "data");
 }
 
 TEST_F(OpenRecoveryTest, FlashItemIsRebuiltThroughTheDriver) {
-    const RegItem item = enroll("p.conf", JX_PROTECT_P);
+    const jx::RegItem item = enroll("p.conf", JX_PROTECT_P);
     ASSERT_EQ(jx_set_content(item.dst, "flash content", 13), 0);
     write_file(item.dst, "torn by a cut");
     jx::test::IoFaults faults;
-    EXPECT_EQ(jx_file_recover_by_name(item.src, &item), 0);
+    EXPECT_EQ(jx::jx_file_recover_by_name(item.src, &item), 0);
     EXPECT_EQ(faults.count(Call::kPflashRecover), 1);
     EXPECT_EQ(read_file(item.src), "flash content");
     EXPECT_EQ(read_file(std::string(item.src) + ".sha256"), record("flash content"));
 }
 
 TEST_F(OpenRecoveryTest, ValidWorkingCopyIsKeptAndSharesItsPrivilegeAtRegistration) {
-    const RegItem item = enroll("net.conf", JX_PROTECT_E, jx::make_privilege(0x640, kGroup));
+    const jx::RegItem item = enroll("net.conf", JX_PROTECT_E, jx::make_privilege(0x640, kGroup));
     const std::string side = std::string(item.src) + ".sha256";
     write_file(item.src, "ram");
     write_file(side, record("ram"));
@@ -136,7 +136,7 @@ TEST_F(OpenRecoveryTest, ValidWorkingCopyIsKeptAndSharesItsPrivilegeAtRegistrati
         give(path, {1000, 1000, 0600});
     }
     jx::test::LogCapture log;
-    EXPECT_EQ(jx_file_recover(&item), 0);
+    EXPECT_EQ(jx::jx_file_recover(&item), 0);
     EXPECT_TRUE(log.messages().empty());
     EXPECT_EQ(read_file(item.src), "ram");
     EXPECT_EQ(owner_of(item.src), (Owner{0, kGroup, 0640}));
@@ -148,13 +148,13 @@ TEST_F(OpenRecoveryTest, ValidWorkingCopyIsKeptAndSharesItsPrivilegeAtRegistrati
 }
 
 TEST_F(OpenRecoveryTest, CItemWorkingCopyTakesTheDurableCopysOwnerAndNoSideFile) {
-    const RegItem item = enroll("c.conf", JX_PROTECT_C, jx::make_privilege(0x664, kGroup));
+    const jx::RegItem item = enroll("c.conf", JX_PROTECT_C, jx::make_privilege(0x664, kGroup));
     const std::string side = std::string(item.src) + ".sha256";
     write_file(item.dst, "durable");
     give(item.dst, {1000, 1001, 0640});
 
     jx::test::LogCapture log;
-    EXPECT_EQ(jx_file_recover_by_name(item.src, &item), 0);
+    EXPECT_EQ(jx::jx_file_recover_by_name(item.src, &item), 0);
     EXPECT_EQ(read_file(item.src), "durable");
     EXPECT_EQ(owner_of(item.src), (Owner{1000, 1001, 0640}));
     EXPECT_FALSE(exists(side));
@@ -162,7 +162,7 @@ TEST_F(OpenRecoveryTest, CItemWorkingCopyTakesTheDurableCopysOwnerAndNoSideFile)
     // At registration the rebuilt copy then gets the registered privilege,
     // which the durable copy takes over from it.
     ASSERT_EQ(unlink(item.src), 0);
-    EXPECT_EQ(jx_file_recover(&item), 0);
+    EXPECT_EQ(jx::jx_file_recover(&item), 0);
     EXPECT_EQ(read_file(item.src), "durable");
     EXPECT_EQ(owner_of(item.src), (Owner{1000, kGroup, 0664}));
     EXPECT_EQ(owner_of(item.dst), (Owner{1000, kGroup, 0664}));
@@ -189,7 +189,7 @@ TEST_F(OpenRecoveryTest, FailuresAreLoggedByEachEntryAndReturned) {
         {"side file", false, 2, JX_ERR_OPEN, "ram_check(app_e.conf) failed: ret -3999989.",
          "ram_check(app_e.conf) failed: ret -3999989."},
     };
-    const RegItem item = enroll("e.conf", JX_PROTECT_E);
+    const jx::RegItem item = enroll("e.conf", JX_PROTECT_E);
     for (const Row &row : rows) {
         for (const bool at_open : {true, false}) {
             sound_copies(item, "durable");
@@ -204,7 +204,7 @@ TEST_F(OpenRecoveryTest, FailuresAreLoggedByEachEntryAndReturned) {
                 faults.fail(Call::kFopen, row.fail_fopen, EACCES);
             }
             const int32_t rc =
-                at_open ? jx_file_recover_by_name(item.src, &item) : jx_file_recover(&item);
+                at_open ? jx::jx_file_recover_by_name(item.src, &item) : jx::jx_file_recover(&item);
             EXPECT_EQ(rc, row.result) << row.what;
             ASSERT_FALSE(log.messages().empty()) << row.what;
             EXPECT_EQ(log.messages().back(), at_open ? row.at_open : row.at_registration)

@@ -11,8 +11,8 @@
 #include <gtest/gtest.h>
 
 #include "frame/frame.h"
-#include "integrity/recovery.h"
 #include "jaxel.h"
+#include "recovery/recovery.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
 #include "support/registration.h"
@@ -43,8 +43,8 @@ std::string sha(const std::string &data) {
 // The 65-byte checksum file of data.
 std::string record(const std::string &data) { return sha(data) + std::string(1, '\0'); }
 
-RegItem save_item(const std::string &name, ProtectMode mode = JX_PROTECT_E) {
-    RegItem item{};
+jx::RegItem save_item(const std::string &name, ProtectMode mode = JX_PROTECT_E) {
+    jx::RegItem item{};
     const std::string dst = "/opt/ulx/save/" + name;
     g_strlcpy(item.src, ("/opt/ulx/pram/" + name).c_str(), sizeof item.src);
     g_strlcpy(item.dst, dst.c_str(), sizeof item.dst);
@@ -57,11 +57,11 @@ RegItem save_item(const std::string &name, ProtectMode mode = JX_PROTECT_E) {
     return item;
 }
 
-std::array<const char *, 4> paths_of(const RegItem &item) {
+std::array<const char *, 4> paths_of(const jx::RegItem &item) {
     return {item.dst, item.crc, item.bak, item.bakcrc};
 }
 
-void lay_out(const RegItem &item, const State &state) {
+void lay_out(const jx::RegItem &item, const State &state) {
     const auto paths = paths_of(item);
     for (size_t i = 0; i < paths.size(); ++i) {
         if (state[i]) {
@@ -70,7 +70,7 @@ void lay_out(const RegItem &item, const State &state) {
     }
 }
 
-State observe(const RegItem &item) {
+State observe(const jx::RegItem &item) {
     State state;
     const auto paths = paths_of(item);
     for (size_t i = 0; i < paths.size(); ++i) {
@@ -202,14 +202,14 @@ TEST_F(RecoveryEngineTest, SaveAreaOutcomes) {
     };
     for (const Row &row : rows) {
         jx::test::reset_sandbox();
-        const RegItem item = save_item(row.name);
+        const jx::RegItem item = save_item(row.name);
         lay_out(item, row.before);
         jx::test::LogCapture log;
         jx::test::IoFaults faults;
         if (row.fail_fopen != 0) {
             faults.fail(Call::kFopen, row.fail_fopen, EACCES);
         }
-        EXPECT_EQ(jx_recover_dst_file(&item), row.result) << row.what;
+        EXPECT_EQ(jx::jx_recover_dst_file(&item), row.result) << row.what;
         EXPECT_EQ(observe(item), row.after) << row.what;
         EXPECT_EQ(log.messages(), row.log) << row.what;
         if (row.before == row.after && row.fail_fopen == 0) {
@@ -220,12 +220,12 @@ TEST_F(RecoveryEngineTest, SaveAreaOutcomes) {
 
 // Runs a main-to-backup repair in a child that dies just before its kth fsync,
 // as a power cut would; returns the child's exit status.
-int repair_cut_before_fsync(const RegItem &item, int k) {
+int repair_cut_before_fsync(const jx::RegItem &item, int k) {
     const pid_t child = fork();
     if (child == 0) {
         jx::test::IoFaults faults;
         faults.crash_before(Call::kFsync, k);
-        _exit(jx_recover_by_crc(item.dst, item.crc, item.bak, item.bakcrc) == 0 ? 0 : 1);
+        _exit(jx::jx_recover_by_crc(item.dst, item.crc, item.bak, item.bakcrc) == 0 ? 0 : 1);
     }
     int status = 0;
     waitpid(child, &status, 0);
@@ -233,7 +233,7 @@ int repair_cut_before_fsync(const RegItem &item, int k) {
 }
 
 TEST_F(RecoveryEngineTest, RepairCutByAPowerLossIsCompletedByTheNextRun) {
-    const RegItem item = save_item("app_cfg");
+    const jx::RegItem item = save_item("app_cfg");
     const std::string a = "the main content";
     int status = jx::test::kCrashExitStatus;
     for (int k = 1; status == jx::test::kCrashExitStatus; ++k) {
@@ -241,7 +241,8 @@ TEST_F(RecoveryEngineTest, RepairCutByAPowerLossIsCompletedByTheNextRun) {
         jx::test::reset_sandbox();
         lay_out(item, {a, record(a), "old backup torn", record("old backup")});
         status = repair_cut_before_fsync(item, k);
-        EXPECT_EQ(jx_recover_by_crc(item.dst, item.crc, item.bak, item.bakcrc), 0) << "fsync " << k;
+        EXPECT_EQ(jx::jx_recover_by_crc(item.dst, item.crc, item.bak, item.bakcrc), 0)
+            << "fsync " << k;
         EXPECT_EQ(is_file_valid(item.dst, item.crc), 1) << "fsync " << k;
         EXPECT_EQ(is_file_valid(item.bak, item.bakcrc), 1) << "fsync " << k;
         EXPECT_EQ(read_file(item.dst), a) << "fsync " << k;
@@ -263,7 +264,7 @@ protected:
             cfg.short_name = name;
             jx::test::register_for_test("app", cfg);
         }
-        item_.reset(get_reg_inter_info(kSrc));
+        item_.reset(jx::get_reg_inter_info(kSrc));
         ASSERT_NE(item_, nullptr);
     }
 
@@ -276,7 +277,7 @@ protected:
     }
 
     static constexpr char kSrc[] = "/opt/ulx/pram/app_a";
-    jx::GPtr<RegItem> item_;
+    jx::GPtr<jx::RegItem> item_;
 };
 
 TEST_F(PramRecoveryTest, BothCopiesCorruptRemovesExactlyTheFileAndItsCompanions) {
@@ -288,7 +289,7 @@ TEST_F(PramRecoveryTest, BothCopiesCorruptRemovesExactlyTheFileAndItsCompanions)
     }
     write_file(survivors.front(), "keep");
     jx::test::LogCapture log;
-    EXPECT_EQ(jx_recover_dst_file(item_.get()), JX_ERR_CRC);
+    EXPECT_EQ(jx::jx_recover_dst_file(item_.get()), JX_ERR_CRC);
     EXPECT_EQ(log.messages(), (Messages{"(app_a.bak)check CRC failed ,(checksumType:2).",
                                         "(app_a)check CRC failed ,(checksumType:2).",
                                         "main & use all invalid(app_a)(checksumType:2).",
@@ -307,12 +308,12 @@ TEST_F(PramRecoveryTest, FailedOrImpossibleClearingIsLoggedAndRemovesNothing) {
     {
         jx::test::IoFaults faults;
         faults.fail(Call::kRun, 1, 0);
-        EXPECT_EQ(jx_recover_dst_file_in_pram(item_.get()), JX_ERR_CRC);
+        EXPECT_EQ(jx::jx_recover_dst_file_in_pram(item_.get()), JX_ERR_CRC);
     }
     EXPECT_EQ(log.messages().back(), "clear the broken file(pram) failed!\n");
 
     // A companion name that does not fit 255 characters stops the removal.
-    RegItem item{};
+    jx::RegItem item{};
     const std::string src = "/opt/ulx/pram/" + std::string(232, 'x');
     g_strlcpy(item.src, src.c_str(), sizeof item.src);
     g_strlcpy(item.dst, (src + ".bak").c_str(), sizeof item.dst);
@@ -323,7 +324,7 @@ TEST_F(PramRecoveryTest, FailedOrImpossibleClearingIsLoggedAndRemovesNothing) {
     write_file(item.crc, record("y"));
     log.clear();
     jx::test::IoFaults faults;
-    EXPECT_EQ(jx_recover_dst_file_in_pram(&item), JX_ERR_CRC);
+    EXPECT_EQ(jx::jx_recover_dst_file_in_pram(&item), JX_ERR_CRC);
     EXPECT_EQ(faults.count(Call::kRun), 0);
     const std::string last = log.messages().back();
     EXPECT_TRUE(g_str_has_prefix(last.c_str(), "[") &&
@@ -335,51 +336,51 @@ TEST_F(PramRecoveryTest, FailedOrImpossibleClearingIsLoggedAndRemovesNothing) {
 
 TEST_F(PramRecoveryTest, NothingToRecoverFromIsSilent) {
     jx::test::LogCapture log;
-    EXPECT_EQ(jx_recover_dst_file(item_.get()), JX_ERR_NOT_FOUND);
+    EXPECT_EQ(jx::jx_recover_dst_file(item_.get()), JX_ERR_NOT_FOUND);
     write_file(std::string(kSrc) + ".sha256", record("x"));
-    EXPECT_EQ(jx_recover_dst_file(item_.get()), JX_ERR_NOT_FOUND);
+    EXPECT_EQ(jx::jx_recover_dst_file(item_.get()), JX_ERR_NOT_FOUND);
     EXPECT_TRUE(log.messages().empty());
 }
 
 // A C item has only its durable copy: its existence alone decides.
 TEST_F(RecoveryEngineTest, CItemOnlyNeedsItsDurableCopy) {
-    const RegItem item = save_item("app_c", JX_PROTECT_C);
+    const jx::RegItem item = save_item("app_c", JX_PROTECT_C);
     jx::test::LogCapture log;
     jx::test::IoFaults faults;
-    EXPECT_EQ(jx_recover_dst_file(&item), JX_ERR_NOT_FOUND);
+    EXPECT_EQ(jx::jx_recover_dst_file(&item), JX_ERR_NOT_FOUND);
     // A directory cannot be read as a file, so only an existence test accepts it.
     ASSERT_EQ(mkdir(item.dst, 0755), 0);
-    EXPECT_EQ(jx_recover_dst_file(&item), 0);
+    EXPECT_EQ(jx::jx_recover_dst_file(&item), 0);
     EXPECT_TRUE(log.messages().empty());
     EXPECT_EQ(faults.count(Call::kFopen), 0);
 }
 
 TEST_F(RecoveryEngineTest, FlashItemsAreRepairedByTheDriverAndOtherModesByNothing) {
     const char *flash = "/opt/ulx/pflash/app_p";
-    RegItem item{};
+    jx::RegItem item{};
     g_strlcpy(item.dst, flash, sizeof item.dst);
     item.protect_mode = JX_PROTECT_P;
     jx::test::LogCapture log;
 
     write_file(flash, "never written through the driver");
-    EXPECT_EQ(jx_recover_dst_file(&item), JX_ERR_NOT_FOUND);
+    EXPECT_EQ(jx::jx_recover_dst_file(&item), JX_ERR_NOT_FOUND);
     ASSERT_EQ(jx_set_content(flash, "flash", 5), 0);
     write_file(flash, "torn");
-    EXPECT_EQ(jx_recover_dst_file(&item), 0);
+    EXPECT_EQ(jx::jx_recover_dst_file(&item), 0);
     EXPECT_EQ(read_file(flash), "flash");
     EXPECT_TRUE(log.messages().empty());
     {
         jx::test::IoFaults faults;
         faults.fail(Call::kPflashRecover, 1, EIO);
-        EXPECT_EQ(jx_recover_dst_file(&item), -EIO);
+        EXPECT_EQ(jx::jx_recover_dst_file(&item), -EIO);
     }
     EXPECT_EQ(log.messages(), Messages{"jx_recover_dst_file_in_pflash failed: ret -5."});
 
     log.clear();
     item.protect_mode = JX_PROTECT_F;
-    EXPECT_EQ(jx_recover_dst_file(&item), JX_ERR_NOT_FOUND);
+    EXPECT_EQ(jx::jx_recover_dst_file(&item), JX_ERR_NOT_FOUND);
     item.protect_mode = JX_PROTECT_INVALID;
-    EXPECT_EQ(jx_recover_dst_file(&item), JX_ERR_PROTECT_MODE);
+    EXPECT_EQ(jx::jx_recover_dst_file(&item), JX_ERR_PROTECT_MODE);
     EXPECT_EQ(log.messages(), Messages{"unsupported protect mode: 6."});
 }
 

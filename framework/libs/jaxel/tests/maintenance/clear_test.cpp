@@ -59,7 +59,7 @@ TEST_F(ClearTest, ArgumentsAndAnEmptyListAreRefusedFirst) {
     EXPECT_EQ(jx_clear_log_file(nullptr), JX_ERR_PARAM1);
     EXPECT_TRUE(log.messages().empty());
 
-    ASSERT_EQ(g_jx_reg_list, nullptr);
+    ASSERT_EQ(jx::g_jx_reg_list, nullptr);
     EXPECT_EQ(jx_clear_file("net.conf"), JX_ERR_STATE);
     EXPECT_EQ(log.messages(), (Messages{"g_jx_reg_list invalid.",
                                         "jx_clear_module_file(net.conf) failed: ret -3999995."}));
@@ -100,7 +100,7 @@ TEST_F(ClearTest, TheSideFileFollowsTheProtectMode) {
     auto *invalid = static_cast<JxModuleItem *>(g_malloc0(sizeof(JxModuleItem)));
     g_strlcpy(invalid->short_name, "bad", sizeof invalid->short_name);
     invalid->protect_mode = JX_PROTECT_INVALID;
-    jx_append_module_item(invalid);
+    jx::jx_append_module_item(invalid);
     write_file(kPram + "app_f", "content");
     write_file(kPram + "app_bad", "content");
     make_packages("f");

@@ -41,7 +41,7 @@ protected:
         path_ = register_file(item_cfg(short_name, mode));
         write_file(path_, content);
         auto *handle = static_cast<JxFile *>(g_malloc0(sizeof(JxFile)));
-        handle->item = jx_find_module_item(short_name);
+        handle->item = jx::jx_find_module_item(short_name);
         g_strlcpy(handle->file_path, path_.c_str(), sizeof handle->file_path);
         g_snprintf(handle->file_name, sizeof handle->file_name, "app_%s", short_name);
         handle->fd = jx::io().fopen(path_.c_str(), "r+");

@@ -130,7 +130,7 @@ TEST_F(PrivilegeTest, OpenAppliesTheRegisteredModeAndGroupEvenForReading) {
     JxModuleItem item{};
     item.privilege = jx::make_privilege(0x640, 103);
     JxFile *handle = handle_for(path, item);
-    ASSERT_EQ(jx_open_with_privilege(handle, "r"), 0);
+    ASSERT_EQ(jx::jx_open_with_privilege(handle, "r"), 0);
     EXPECT_NE(handle->fd, nullptr);
     EXPECT_EQ(handle->file_no, fileno(handle->fd));
     EXPECT_EQ(mode_of(path), 0640u);
@@ -139,7 +139,7 @@ TEST_F(PrivilegeTest, OpenAppliesTheRegisteredModeAndGroupEvenForReading) {
 
     jx::test::LogCapture log;
     g_strlcpy(handle->file_path, "/opt/ulx/pram/absent", sizeof handle->file_path);
-    EXPECT_EQ(jx_open_with_privilege(handle, "r"), JX_ERR_STATE);
+    EXPECT_EQ(jx::jx_open_with_privilege(handle, "r"), JX_ERR_STATE);
     EXPECT_EQ(log.messages().back(), "g_fopen(absent) failed: 2(No such file or directory).");
     EXPECT_EQ(handle->fd, nullptr);
     g_free(handle);
@@ -161,7 +161,7 @@ TEST_F(PrivilegeTest, OpenByAnUnprivilegedUserFailsAndLeavesNothingOpen) {
         item.privilege = jx::make_privilege(0x640, 103);
         JxFile *handle = handle_for(path, item);
         const int before = jx::test::open_descriptor_count();
-        const int32_t rc = jx_open_with_privilege(handle, "r");
+        const int32_t rc = jx::jx_open_with_privilege(handle, "r");
         const bool logged = !log.messages().empty() &&
                             log.messages().back().rfind("fchmod failed: errno 1(", 0) == 0;
         const bool closed = handle->fd == nullptr && jx::test::open_descriptor_count() == before;

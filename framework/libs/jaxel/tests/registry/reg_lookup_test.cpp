@@ -21,7 +21,7 @@
 namespace {
 
 using jx::test::Call;
-using Record = jx::GPtr<RegItem>;
+using Record = jx::GPtr<jx::RegItem>;
 
 constexpr char kAppA[] = "/opt/ulx/pram/app_a";
 
@@ -35,7 +35,7 @@ protected:
         jx::set_reg_table_fd(fd);
     }
 
-    static Record lookup(const char *name) { return Record(get_reg_inter_info(name)); }
+    static Record lookup(const char *name) { return Record(jx::get_reg_inter_info(name)); }
 
     // True when no one holds the table lock: a second descriptor can take it.
     static bool table_lock_free() {
@@ -129,7 +129,7 @@ TEST_F(RegLookupTest, KeysAGroupLacksStayEmptyAndPrivilegeZero) {
     EXPECT_STREQ(f->dst, "");
     EXPECT_EQ(f->privilege, 0u);
 
-    for (const RegItem *r : {c.get(), p.get(), f.get()}) {
+    for (const jx::RegItem *r : {c.get(), p.get(), f.get()}) {
         EXPECT_STREQ(r->bak, "");
         EXPECT_STREQ(r->crc, "");
         EXPECT_STREQ(r->bakcrc, "");

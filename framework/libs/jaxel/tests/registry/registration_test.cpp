@@ -8,6 +8,7 @@
 #include "frame/module_list.h"
 #include "jaxel.h"
 #include "registry/registry.h"
+#include "startup/startup.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
 #include "support/registration.h"
@@ -45,7 +46,7 @@ protected:
 TEST_F(RegistrationTest, AppendsTheGroupOfEachModeExactlyAsPrinted) {
     write_file(kTable, kThreeGroups);
     JxItemCfg net = element("net.conf", JX_PROTECT_E);
-    ASSERT_EQ(jx_init_item(&net, "app"), 0);
+    ASSERT_EQ(jx::jx_init_item(&net, "app"), 0);
     EXPECT_EQ(read_file(kTable), kThreeGroups +
                                      "[E4]\n"
                                      "dst=/opt/ulx/save/app_net.conf\n"
@@ -54,7 +55,7 @@ TEST_F(RegistrationTest, AppendsTheGroupOfEachModeExactlyAsPrinted) {
                                      "crc=/opt/ulx/save/app_net.conf.sha256\n"
                                      "bakcrc=/opt/ulx/save/app_net.conf.bak.sha256\n"
                                      "privilege=442381633092\n");
-    const JxModuleItem *item = jx_find_module_item("net.conf");
+    const JxModuleItem *item = jx::jx_find_module_item("net.conf");
     ASSERT_NE(item, nullptr);
     EXPECT_STREQ(item->package_path, "/opt/ulx/save/app_net.conf.tar.gz");
 
@@ -62,12 +63,12 @@ TEST_F(RegistrationTest, AppendsTheGroupOfEachModeExactlyAsPrinted) {
     JxItemCfg r = element("a", JX_PROTECT_R);
     r.privilege = 0;
     r.callback_obj = "obj";
-    ASSERT_EQ(jx_init_item(&r, "app"), 0);
+    ASSERT_EQ(jx::jx_init_item(&r, "app"), 0);
     JxItemCfg p = element("fw", JX_PROTECT_P, "/opt/ulx/save/x");
     p.privilege = 0;
     p.callback_obj = "obj";
     p.callback_method = "reload";
-    ASSERT_EQ(jx_init_item(&p, "app"), 0);
+    ASSERT_EQ(jx::jx_init_item(&p, "app"), 0);
     EXPECT_EQ(read_file(kTable),
               "[S1]\nsrc=/opt/ulx/pram/s\n[R2]\nsrc=/opt/ulx/pram/r\n"
               "[R3]\ndst=/opt/ulx/pram/app_a.bak\nsrc=/opt/ulx/pram/app_a\n"
@@ -81,8 +82,8 @@ TEST_F(RegistrationTest, ChosenPathsResolveAndStaleCompanionsGo) {
     write_file("/opt/ulx/target", "durable");
     ASSERT_EQ(symlink("/opt/ulx/target", "/opt/ulx/link"), 0);
     JxItemCfg e = element("e", JX_PROTECT_E, "/opt/ulx/link");
-    ASSERT_EQ(jx_init_item(&e, "app"), 0);
-    RegItem *record = get_reg_inter_info("/opt/ulx/pram/app_e");
+    ASSERT_EQ(jx::jx_init_item(&e, "app"), 0);
+    jx::RegItem *record = jx::get_reg_inter_info("/opt/ulx/pram/app_e");
     ASSERT_NE(record, nullptr);
     EXPECT_STREQ(record->dst, "/opt/ulx/target");
     EXPECT_STREQ(record->bak, "/opt/ulx/save/app_e.bak");
@@ -96,22 +97,22 @@ TEST_F(RegistrationTest, ChosenPathsResolveAndStaleCompanionsGo) {
     }
     const std::string table_before = read_file(kTable);
     JxItemCfg c = element("e", JX_PROTECT_C);
-    ASSERT_EQ(jx_init_item(&c, "app"), 0);
+    ASSERT_EQ(jx::jx_init_item(&c, "app"), 0);
     EXPECT_FALSE(exists("/opt/ulx/pram/app_e.sha256"));
     EXPECT_FALSE(exists("/opt/ulx/save/app_e.bak"));
     EXPECT_FALSE(exists("/opt/ulx/save/app_e.bak.sha256"));
     EXPECT_EQ(read_file(kTable), table_before);
 
     JxItemCfg invalid = element("bad", 6);
-    EXPECT_EQ(jx_init_item(&invalid, "app"), JX_ERR_PROTECT_MODE);
+    EXPECT_EQ(jx::jx_init_item(&invalid, "app"), JX_ERR_PROTECT_MODE);
     EXPECT_EQ(read_file(kTable), table_before);
-    EXPECT_EQ(jx_find_module_item("bad"), nullptr);
+    EXPECT_EQ(jx::jx_find_module_item("bad"), nullptr);
 }
 
 TEST_F(RegistrationTest, ASecondProcessFindsTheFileListedAndStillRepairsIt) {
     write_file("/opt/ulx/save/app_net.conf", "durable");
     JxItemCfg net = element("net.conf", JX_PROTECT_C);
-    ASSERT_EQ(jx_init_item(&net, "app"), 0);
+    ASSERT_EQ(jx::jx_init_item(&net, "app"), 0);
     const std::string table = read_file(kTable);
     ASSERT_EQ(unlink("/opt/ulx/pram/app_net.conf"), 0);
 
@@ -120,9 +121,9 @@ TEST_F(RegistrationTest, ASecondProcessFindsTheFileListedAndStillRepairsIt) {
     if (child == 0) {
         jx::set_reg_table_fd(-1);
         jx::test::open_reg_table();
-        g_jx_reg_list = nullptr;
+        jx::g_jx_reg_list = nullptr;
         const bool ok =
-            jx_init_item(&net, "app") == 0 && jx_find_module_item("net.conf") != nullptr;
+            jx::jx_init_item(&net, "app") == 0 && jx::jx_find_module_item("net.conf") != nullptr;
         _exit(ok ? 0 : 1);
     }
     int status = 0;
@@ -136,12 +137,12 @@ TEST_F(RegistrationTest, AnUnreadableTableAddsNoItem) {
     write_file(kTable, "not a key file");
     jx::test::LogCapture log;
     JxItemCfg net = element("net.conf", JX_PROTECT_C);
-    EXPECT_EQ(jx_init_item(&net, "app"), JX_ERR_OPEN);
+    EXPECT_EQ(jx::jx_init_item(&net, "app"), JX_ERR_OPEN);
     const auto messages = log.messages();
     ASSERT_EQ(messages.size(), 3u);
     EXPECT_EQ(messages[1], "open_key_file(fsync_reg.ini) failed.");
     EXPECT_EQ(messages[2], "jx_fsync_register_inter failed: ret -3999989.");
-    EXPECT_EQ(jx_find_module_item("net.conf"), nullptr);
+    EXPECT_EQ(jx::jx_find_module_item("net.conf"), nullptr);
 }
 
 }  // namespace

@@ -64,7 +64,7 @@ TEST_F(FactoryPointTest, VerifiedRestoreRebuildsTheThreeCopiesOfSEntriesOnly) {
                 {"app_a.sha256", digest_of("factory")},
                 {"app_e", "factory e"},
                 {"app_e.sha256", digest_of("factory e")}});
-    jx_recover_factory_S_cfg();
+    jx::jx_recover_factory_S_cfg();
     for (const char *live :
          {"/opt/ulx/pram/app_a", "/opt/ulx/save/app_a", "/opt/ulx/save/app_a.bak"}) {
         EXPECT_EQ(read_file(live), "factory") << live;
@@ -80,7 +80,7 @@ TEST_F(FactoryPointTest, ACopyThatFailsItsCheckOrHasNoneStaysOut) {
                 {"app_a", "factory"},
                 {"app_a.sha256", digest_of("other")}});
     jx::test::LogCapture log;
-    jx_recover_factory_S_cfg();
+    jx::jx_recover_factory_S_cfg();
     EXPECT_EQ(read_file("/opt/ulx/pram/app_a"), "live");
     ASSERT_FALSE(log.messages().empty());
     EXPECT_NE(log.messages().back().find("[jx_recover_cfg_with_check]"), std::string::npos);
@@ -91,7 +91,7 @@ TEST_F(FactoryPointTest, ACopyThatFailsItsCheckOrHasNoneStaysOut) {
     ASSERT_EQ(unlink((kWork + "/app_a.sha256").c_str()), 0);
     make_point({{"packet_date", "2026"}, {"fsync_reg.ini", kStashedTable}, {"app_a", "factory"}});
     log.clear();
-    jx_recover_factory_S_cfg();
+    jx::jx_recover_factory_S_cfg();
     EXPECT_EQ(read_file("/opt/ulx/pram/app_a"), "live");
     EXPECT_TRUE(log.messages().empty());
     EXPECT_FALSE(exists(kStash));
@@ -100,7 +100,7 @@ TEST_F(FactoryPointTest, ACopyThatFailsItsCheckOrHasNoneStaysOut) {
 TEST_F(FactoryPointTest, PlainRestoreStopsAtTheFirstMissingPreservedFile) {
     make_point({{"User_Roster", "roster"}, {"keep_def_config.ini", "def"}});
     jx::test::LogCapture log;
-    jx_recover_factory_S_cfg();
+    jx::jx_recover_factory_S_cfg();
     EXPECT_EQ(read_file("/opt/ulx/pram/User_Roster"), "roster");
     EXPECT_EQ(read_file("/opt/ulx/pram/User_Roster.sha256"), digest_of("roster"));
     EXPECT_FALSE(exists("/opt/ulx/pram/keep_def_config.ini"));
@@ -116,20 +116,20 @@ TEST_F(FactoryPointTest, PlainRestoreStopsAtTheFirstMissingPreservedFile) {
 
 TEST_F(FactoryPointTest, NoPointALeftoverStashOrAFailedUnpack) {
     jx::test::IoFaults faults;
-    jx_recover_factory_S_cfg();
+    jx::jx_recover_factory_S_cfg();
     EXPECT_EQ(faults.count(Call::kRun), 0);
 
     make_point({{"User_Roster", "roster"}});
     ASSERT_EQ(mkdir(kStash.c_str(), 0755), 0);
     jx::test::LogCapture log;
-    jx_recover_factory_S_cfg();
+    jx::jx_recover_factory_S_cfg();
     EXPECT_EQ(log.messages().back(), "create .JxCfg fail!\n");
     EXPECT_TRUE(exists(kStash));
     EXPECT_FALSE(exists("/opt/ulx/pram/User_Roster"));
 
     ASSERT_EQ(rmdir(kStash.c_str()), 0);
     faults.fail(Call::kRun, 2, EIO);  // the unpack
-    jx_recover_factory_S_cfg();
+    jx::jx_recover_factory_S_cfg();
     EXPECT_EQ(log.messages().back(), "copy file to path failed. 5 (Input/output error)\n");
     EXPECT_FALSE(exists("/opt/ulx/pram/User_Roster"));
     EXPECT_FALSE(exists(kStash));

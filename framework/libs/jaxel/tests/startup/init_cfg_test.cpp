@@ -68,7 +68,7 @@ TEST_F(InitCfgTest, ArgumentsRebootAndTheTableLock) {
     ASSERT_EQ(stat(kTable.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0644u);
     EXPECT_EQ(st.st_gid, 103u);
-    EXPECT_EQ(g_jx_reg_list, nullptr);
+    EXPECT_EQ(jx::g_jx_reg_list, nullptr);
 }
 
 TEST_F(InitCfgTest, RegistersOnceAndAddsThePackagesOfSizedFiles) {
@@ -76,9 +76,9 @@ TEST_F(InitCfgTest, RegistersOnceAndAddsThePackagesOfSizedFiles) {
     const JxItemCfg cfg[] = {element("log.txt", JX_PROTECT_E, 4096),
                              element("log.txt", JX_PROTECT_C), element("net.conf", JX_PROTECT_C)};
     ASSERT_EQ(jx_init(cfg, 3), 0);
-    EXPECT_EQ(g_slist_length(g_jx_reg_list), 3u);
-    EXPECT_NE(jx_find_module_item("log.txt.tar.gz"), nullptr);
-    EXPECT_EQ(jx_find_module_item("log.txt")->protect_mode, JX_PROTECT_E);
+    EXPECT_EQ(g_slist_length(jx::g_jx_reg_list), 3u);
+    EXPECT_NE(jx::jx_find_module_item("log.txt.tar.gz"), nullptr);
+    EXPECT_EQ(jx::jx_find_module_item("log.txt")->protect_mode, JX_PROTECT_E);
     const std::string table = read_file(kTable);
     EXPECT_NE(table.find("[C2]\ndst=/opt/ulx/save/app_log.txt.tar.gz\n"
                          "src=/opt/ulx/pram/app_log.txt.tar.gz\n"),
@@ -87,7 +87,7 @@ TEST_F(InitCfgTest, RegistersOnceAndAddsThePackagesOfSizedFiles) {
 
     jx::test::IoFaults faults;
     ASSERT_EQ(jx_init(cfg, 3), 0);
-    EXPECT_EQ(g_slist_length(g_jx_reg_list), 3u);
+    EXPECT_EQ(g_slist_length(jx::g_jx_reg_list), 3u);
     EXPECT_EQ(read_file(kTable), table);
     EXPECT_EQ(faults.count(Call::kFopen), 0);
 }
@@ -98,8 +98,8 @@ TEST_F(InitCfgTest, AFailingElementStopsTheRunAndKeepsTheOnesBefore) {
                              element("c", JX_PROTECT_C)};
     EXPECT_EQ(jx_init_cfg(cfg, 3, "app"), JX_ERR_PROTECT_MODE);
     EXPECT_EQ(log.messages().back(), "jx_init_item (app b) failed: ret -3999993.");
-    EXPECT_NE(jx_find_module_item("a"), nullptr);
-    EXPECT_EQ(jx_find_module_item("c"), nullptr);
+    EXPECT_NE(jx::jx_find_module_item("a"), nullptr);
+    EXPECT_EQ(jx::jx_find_module_item("c"), nullptr);
 }
 
 TEST_F(InitCfgTest, TheLoadFlagIsWithdrawnWhateverItHeld) {

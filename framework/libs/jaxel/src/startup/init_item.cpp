@@ -6,10 +6,10 @@
 #include <glib/gprintf.h>
 
 #include "frame/frame.h"
-#include "frame/module_list.h"
-#include "integrity/recovery.h"
+#include "recovery/recovery.h"
 #include "registry/registry.h"
 #include "safestr.h"
+#include "startup/startup.h"
 
 namespace jx {
 namespace {
@@ -32,7 +32,7 @@ constexpr TierSuffix kStaleCompanions[] = {
 
 Path tier_path(const JxItemCfg &element, const char *module_name, uint32_t tier) noexcept {
     Path path;
-    jx_get_file_path(element.short_name, module_name, tier, path.text, sizeof path.text);
+    file_path_of(element.short_name, module_name, tier, path.text, sizeof path.text);
     return path;
 }
 
@@ -221,7 +221,6 @@ int32_t repair_working_copy(const JxItemCfg &element, const RegItem &record) noe
 }
 
 }  // namespace
-}  // namespace jx
 
 int32_t jx_init_item(const JxItemCfg *element, const char *module_name) noexcept {
     if (element == nullptr || element->short_name == nullptr || module_name == nullptr) {
@@ -229,18 +228,20 @@ int32_t jx_init_item(const JxItemCfg *element, const char *module_name) noexcept
     }
     RegItem record{};
     if (element->protect_mode == JX_PROTECT_C || element->protect_mode == JX_PROTECT_F) {
-        jx::remove_stale_companions(*element, module_name);
+        remove_stale_companions(*element, module_name);
     }
     if (element->protect_mode > JX_PROTECT_F) {
         return JX_ERR_PROTECT_MODE;
     }
-    int32_t rc = jx::create_reg_item_info(*element, module_name, record);
+    int32_t rc = create_reg_item_info(*element, module_name, record);
     if (rc == JX_OK) {
-        rc = jx::fsync_register_inter(record);
+        rc = fsync_register_inter(record);
     }
     if (rc != JX_OK) {
         return rc;
     }
-    jx::add_module_item(*element, module_name);
-    return jx::repair_working_copy(*element, record);
+    add_module_item(*element, module_name);
+    return repair_working_copy(*element, record);
 }
+
+}  // namespace jx
