@@ -38,11 +38,8 @@ void fill_log_names(JxFile *handle, const JxItemCfg &info) noexcept {
 // Log writes go straight to the stream: flushed, counted, never synced.
 int32_t log_write(const WriteRequest &request) noexcept {
     const std::size_t written = write_items(request);
-    if (io().fflush(request.stream->fd) != 0) {
-        const int e = errno;
-        JX_LOG("jx_fwrite_log fflush(%s) failed:err[%d:%s].", request.stream->file_name, e,
-               g_strerror(e));
-    }
+    (void)JX_FLUSH_AND_SYNC(request.stream->fd, request.stream->file_name,
+                            {"jx_fwrite_log fflush", nullptr}, true);
     add_to_write_counter(kCounterLogItems, static_cast<uint32_t>(written));
     return static_cast<int32_t>(written);
 }
@@ -82,7 +79,7 @@ void close_log_file(JxFile *stream) noexcept {
         return;
     }
     if (stream->fd != nullptr) {
-        (void)std::fclose(stream->fd);
+        (void)io().fclose(stream->fd);
         g_free(stream->item);
     }
     g_free(stream);

@@ -128,7 +128,7 @@ void close_handle(JxFile *stream) noexcept {
         return;
     }
     if (stream->fd != nullptr) {
-        (void)std::fclose(stream->fd);
+        (void)io().fclose(stream->fd);
     }
     g_free(stream);
 }

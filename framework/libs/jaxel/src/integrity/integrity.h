@@ -13,6 +13,9 @@
 
 namespace jx {
 
+// How the handle writes name their flush and sync when one fails.
+inline constexpr SyncCalls kFwriteSyncCalls = {"fwrite fflush", "fwrite fsync"};
+
 // Writes buf whole at path by its tier: the flash driver, or truncate, write,
 // flush, fsync of a plain file (bytes into the save area are counted).
 int32_t set_content(const char *path, const void *buf, uint32_t len) noexcept;

@@ -32,8 +32,7 @@ int32_t write_file(const char *path, const void *buf, uint32_t len, bool counted
     const bool existed = ::access(path, F_OK) == 0;
     UniqueStream stream(io().fopen(path, "w+"));
     if (!stream) {
-        const int e = errno;
-        JX_LOG("g_fopen (%s) failed: errno %d(%s).", base_name(path), e, g_strerror(e));
+        JX_LOG_ERRNO("g_fopen ", base_name(path));
         return JX_ERR_OPEN;
     }
     const size_t written = io().fwrite(buf, 1, len, stream.get());
@@ -47,14 +46,8 @@ int32_t write_file(const char *path, const void *buf, uint32_t len, bool counted
         add_to_write_counter(kCounterSaveBytes, len);
     }
     int32_t rc = JX_OK;
-    if (io().fflush(stream.get()) != 0) {
-        const int e = errno;
-        JX_LOG("jx_set_content fflush(%s) failed:err[%d:%s].", base_name(path), e, g_strerror(e));
-        rc = JX_ERR_WRITE;
-    }
-    if (io().fsync(fileno(stream.get())) != 0) {
-        const int e = errno;
-        JX_LOG("jx_set_content fsync(%s) failed:err[%d:%s].", base_name(path), e, g_strerror(e));
+    if (JX_FLUSH_AND_SYNC(stream.get(), base_name(path),
+                          {"jx_set_content fflush", "jx_set_content fsync"}, false) != 0) {
         rc = JX_ERR_WRITE;
     }
     if (rc == JX_OK && !existed && sync_parent_directory(path) != 0) {

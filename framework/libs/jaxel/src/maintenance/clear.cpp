@@ -36,22 +36,14 @@ bool truncate_to_empty(FILE *stream, const char *path) noexcept {
         JX_LOG("ftruncate(%s) failed.", base_name(path));
         return false;
     }
-    (void)std::fseek(stream, 0, SEEK_SET);
+    (void)io().fseek(stream, 0, SEEK_SET);
     return true;
 }
 
 // Failures are only reported: the file is empty either way.
 void sync_cleared_module_file(FILE *stream, const char *path) noexcept {
-    if (io().fflush(stream) != 0) {
-        const int e = errno;
-        JX_LOG("jx_clear_module_file fflush(%s) failed:err[%d:%s].", base_name(path), e,
-               g_strerror(e));
-    }
-    if (io().fsync(fileno(stream)) != 0) {
-        const int e = errno;
-        JX_LOG("jx_clear_module_file fsync(%s) failed:err[%d:%s].", base_name(path), e,
-               g_strerror(e));
-    }
+    (void)JX_FLUSH_AND_SYNC(stream, base_name(path),
+                            {"jx_clear_module_file fflush", "jx_clear_module_file fsync"}, false);
 }
 
 int32_t refresh_side_file(const JxModuleItem &item, const char *path) noexcept {
@@ -108,10 +100,8 @@ int32_t clear_log(const JxItemCfg &descriptor) noexcept {
     if (!truncate_to_empty(stream.get(), descriptor.path)) {
         return JX_ERR_WRITE;
     }
-    if (io().fflush(stream.get()) != 0) {
-        const int e = errno;
-        JX_LOG("jx_clear_log_file fflush(%s) failed:err[%d:%s].", base_name(descriptor.path), e,
-               g_strerror(e));
+    if (JX_FLUSH_AND_SYNC(stream.get(), base_name(descriptor.path),
+                          {"jx_clear_log_file fflush", nullptr}, true) != 0) {
         return JX_ERR_WRITE;
     }
     if (descriptor.package_size != 0 && descriptor.package_path != nullptr) {

@@ -42,8 +42,7 @@ bool read_content(const JxFile *stream, Content &content) noexcept {
 bool stored_size(const JxFile *stream, uint64_t &size) noexcept {
     struct stat st;
     if (fstat(stream->file_no, &st) != 0) {
-        const int e = errno;
-        JX_LOG("fstat %s failed: errno %d(%s).", base_name(stream->file_path), e, g_strerror(e));
+        JX_LOG_ERRNO_SPACED("fstat", base_name(stream->file_path));
         return false;
     }
     size = static_cast<uint64_t>(st.st_size);

@@ -30,4 +30,8 @@ GKeyFile *jx_load_key_file(const char *path) noexcept;
 // g_free; null when the file is not registered or the table cannot be read.
 RegItem *get_reg_inter_info(const char *name) noexcept;
 
+// The text of the table group numbered `number` for record, as registration
+// appends it; g_malloc'd for the caller to g_free.
+gchar *reg_group_text(const RegItem &record, int number) noexcept;
+
 }  // namespace jx

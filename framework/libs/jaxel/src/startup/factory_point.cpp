@@ -119,8 +119,7 @@ int32_t recover_cfg_with_check() noexcept {
     const UniqueFd fd(
         io().open(table_path, O_RDWR | O_CREAT | O_CLOEXEC, create_privilege(kTableModeCode)));
     if (!fd) {
-        const int e = errno;
-        JX_LOG("open (%s) failed: errno %d(%s).", kRegTableName, e, g_strerror(e));
+        JX_LOG_ERRNO("open ", kRegTableName);
         return JX_ERR_OPEN;
     }
     const TableLock lock(fd.get());

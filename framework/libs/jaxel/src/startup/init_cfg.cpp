@@ -32,8 +32,7 @@ int32_t open_table_lock() noexcept {
     }
     (void)io().chmod(kRegTablePath, mode);
     if (io().chown(kRegTablePath, static_cast<uid_t>(-1), kTableGroup) != 0) {
-        const int e = errno;
-        JX_LOG("chown on file(%s) failed: errno %d(%s).", kRegTablePath, e, g_strerror(e));
+        JX_LOG_ERRNO("chown on file", kRegTablePath);
     }
     return JX_OK;
 }

@@ -3,8 +3,6 @@
 #include <cstring>
 #include <unistd.h>
 
-#include <glib/gprintf.h>
-
 #include "frame/frame.h"
 #include "recovery/recovery.h"
 #include "registry/registry.h"
@@ -121,29 +119,6 @@ bool table_lists(GKeyFile *table, gchar **groups, const RegItem &record) noexcep
     return false;
 }
 
-void print_group(FILE *table, const RegItem &r, int number) noexcept {
-    switch (r.protect_mode) {
-    case JX_PROTECT_R:
-        g_fprintf(table, "[R%d]\ndst=%s\nsrc=%s\nbak=%s\ncrc=%s\nbakcrc=%s\n", number, r.dst, r.src,
-                  r.dst, r.crc, r.crc);
-        break;
-    case JX_PROTECT_C: g_fprintf(table, "[C%d]\ndst=%s\nsrc=%s\n", number, r.dst, r.src); break;
-    case JX_PROTECT_E:
-    case JX_PROTECT_S:
-        g_fprintf(table, "[%c%d]\ndst=%s\nsrc=%s\nbak=%s\ncrc=%s\nbakcrc=%s\n",
-                  r.protect_mode == JX_PROTECT_E ? 'E' : 'S', number, r.dst, r.src, r.bak, r.crc,
-                  r.bakcrc);
-        break;
-    case JX_PROTECT_P: g_fprintf(table, "[P%d]\ndst=%s\nsrc=%s\n", number, r.dst, r.src); break;
-    default: g_fprintf(table, "[F%d]\nsrc=%s\n", number, r.src); break;
-    }
-    g_fprintf(table, "privilege=%llu\n", static_cast<unsigned long long>(r.privilege));
-    if (r.callback_obj != nullptr && r.callback_method != nullptr) {
-        g_fprintf(table, "callback_obj=%s\ncallback_method=%s\n", r.callback_obj,
-                  r.callback_method);
-    }
-}
-
 // Appends under the table lock that start-up holds. The append is synced: a
 // group lost to a power cut would leave a working file that nothing protects.
 int32_t append_group(const RegItem &record, int number) noexcept {
@@ -152,10 +127,11 @@ int32_t append_group(const RegItem &record, int number) noexcept {
         JX_LOG("g_fopen %s failed.", kRegTableName);
         return JX_ERR_OPEN;
     }
-    print_group(table.get(), record, number);
-    if (io().fflush(table.get()) != 0 || io().fsync(fileno(table.get())) != 0) {
-        const int e = errno;
-        JX_LOG("sync %s failed: errno %d(%s).", kRegTableName, e, g_strerror(e));
+    const GPtr<gchar> text(reg_group_text(record, number));
+    const std::size_t length = std::strlen(text.get());
+    if (io().fwrite(text.get(), 1, length, table.get()) != length ||
+        io().fflush(table.get()) != 0 || io().fsync(fileno(table.get())) != 0) {
+        JX_LOG_ERRNO_SPACED("sync", kRegTableName);
         return JX_ERR_WRITE;
     }
     return JX_OK;
