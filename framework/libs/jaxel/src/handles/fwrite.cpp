@@ -74,6 +74,7 @@ GPtr<char> build_content(const Content &old, const WriteRequest &request, uint64
 // rewrite, which keeps the side file in step.
 int32_t protected_write(const WriteRequest &request) noexcept {
     JxFile *stream = request.stream;
+    // A read-only handle writes nothing and says nothing: callers see 0 items.
     if (is_read_only(stream->mode)) {
         return 0;
     }

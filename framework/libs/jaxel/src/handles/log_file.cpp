@@ -35,7 +35,8 @@ void fill_log_names(JxFile *handle, const JxItemCfg &info) noexcept {
     g_snprintf(handle->package_name, sizeof handle->package_name, "%s.tar.gz", short_name);
 }
 
-// Log writes go straight to the stream: flushed, counted, never synced.
+// Log writes go straight to the stream: flushed, counted, never synced. The
+// counter grows by items, short counts included, as the statistics expect.
 int32_t log_write(const WriteRequest &request) noexcept {
     const std::size_t written = write_items(request);
     (void)JX_FLUSH_AND_SYNC(request.stream->fd, request.stream->file_name,

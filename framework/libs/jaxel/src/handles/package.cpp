@@ -38,6 +38,8 @@ bool flush_before_package(const JxFile *stream, const char *flush_call) noexcept
 
 // After the package exists: mode 0440, file emptied and rewound, callback told.
 int32_t finish_package(JxFile *stream, const char *package_path) noexcept {
+    // A failed chmod returns its own raw result (-1), not a library code;
+    // callers compare against it.
     const int rc = io().chmod(package_path, kPackageMode);
     if (rc != 0) {
         const int e = errno;
@@ -129,9 +131,12 @@ int32_t jx_package_log(JxFile *stream) noexcept {
     }
     const int rc = run_shell(command);
     if (rc != 0) {
+        // The doubled word is part of the line that log watchers match.
         JX_LOG("exce cmd failed failed: %s(%d)", command, rc);
         return JX_ERR_PACKAGE;
     }
+    // Unlike the module file's package, a log package is not synced before the
+    // log is emptied: callers depend on the log packaging's cost staying as it is.
     const Path package_path = make_path({directory.c_str(), "/", stream->package_name});
     const int32_t synced = sync_privilege(stream->file_path, package_path.c_str());
     if (synced != 0) {

@@ -5,7 +5,8 @@ extern "C" int32_t jx_set_content(const char *path, const void *buf, uint32_t le
     return jx::set_content(path, buf, len);
 }
 
-// The external counter is one of the three; any index is accepted as it is.
+// "wirte" is the exported spelling that existing callers link against; an
+// index that names no counter is ignored.
 extern "C" void jx_wirte_cnt_set(uint32_t index, uint32_t count) noexcept {
     jx::add_to_write_counter(index, count);
 }

@@ -54,6 +54,8 @@ int32_t jx_crc_copy(const void *content, uint32_t len, const char *expected, con
         JX_LOG("(%s)check CRC failed ,(checksumType:%d).", base_name(dest), kChecksumType);
         return JX_ERR_CRC;
     }
+    // The success line comes before the write and stays even when the write
+    // fails: log readers depend on this order.
     JX_LOG("recover file(%s) successfully.(checksumType:%d).", base_name(dest), kChecksumType);
     const int32_t rc = set_content(dest, content, len);
     return rc != JX_OK ? rc : write_checksum_file(dest_crc, digest);

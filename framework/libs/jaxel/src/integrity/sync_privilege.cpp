@@ -13,6 +13,8 @@ namespace {
 constexpr mode_t kPackageMode = 0440;
 constexpr char kPackageSuffix[] = ".tar.gz";
 
+// The raw result of the failed call (-1) is what the caller gets, not a
+// library code: callers test for it.
 int32_t log_failure(const char *call, const char *path, int rc) noexcept {
     const int e = errno;
     JX_LOG("%s(%s) failed: ret %d errno %d(%s)", call, base_name(path), rc, e, g_strerror(e));
