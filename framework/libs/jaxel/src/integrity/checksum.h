@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "frame/path.h"
+#include "frame/frame.h"
 #include "integrity/digest.h"
 #include "jaxel.h"
 #include "registry/registry.h"

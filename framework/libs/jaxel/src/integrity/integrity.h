@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <sys/types.h>
 
-#include "frame/raii.h"
+#include "frame/frame.h"
 #include "integrity/checksum.h"
 #include "integrity/digest.h"
 #include "jaxel.h"

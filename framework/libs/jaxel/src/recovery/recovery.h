@@ -8,7 +8,7 @@
 
 #include <glib.h>
 
-#include "frame/raii.h"
+#include "frame/frame.h"
 #include "registry/registry.h"
 
 namespace jx {
