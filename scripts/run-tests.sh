@@ -1,6 +1,6 @@
 #!/bin/sh
 # Builds everything and runs the whole test suite with its quality gates:
-# formatting, static analysis, a leak check under valgrind, the suite under
+# formatting and the layering of the subsystems, static analysis, a leak check under valgrind, the suite under
 # AddressSanitizer + UndefinedBehaviorSanitizer, the threaded tests under
 # ThreadSanitizer, the armhf cross build under qemu, and last the plain suite,
 # whose CTest summary closes the run. Any finding fails the run.
@@ -20,7 +20,7 @@ build_stage() {
 [ $# -gt 0 ] || set -- format build analyze leaks sanitizers armhf test
 for stage in "$@"; do
   case $stage in
-  format) banner "formatting" && scripts/check-format.sh ;;
+  format) banner "formatting and layers" && scripts/check-format.sh && scripts/check-layers.sh ;;
   build) build_stage ;;
   analyze) banner "static analysis" && scripts/static-analysis.sh "$plain" ;;
   leaks) scripts/check-leaks.sh "$plain" ;;

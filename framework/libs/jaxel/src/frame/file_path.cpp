@@ -1,17 +1,19 @@
 #include <glib.h>
 
 #include "frame/frame.h"
-#include "jaxel.h"
 
+namespace jx {
 namespace {
-const char *const kTierDirs[] = {jx::kPramDir, jx::kSaveDir, jx::kSaveDir, jx::kPflashDir};
+const char *const kTierDirs[] = {kPramDir, kSaveDir, kSaveDir, kPflashDir};
 }
 
-extern "C" void jx_get_file_path(const char *short_name, const char *module_name, uint32_t tier,
-                                 char *buf, uint32_t size) noexcept {
+void file_path_of(const char *short_name, const char *module_name, uint32_t tier, char *buf,
+                  uint32_t size) noexcept {
     if (short_name == nullptr || module_name == nullptr || buf == nullptr ||
         tier >= G_N_ELEMENTS(kTierDirs)) {
         return;
     }
     g_snprintf(buf, size, "%s%s_%s", kTierDirs[tier], module_name, short_name);
 }
+
+}  // namespace jx

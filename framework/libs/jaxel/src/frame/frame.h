@@ -5,5 +5,7 @@
 #include "frame/locations.h"
 #include "frame/locks.h"
 #include "frame/log.h"
+#include "frame/module_list.h"
 #include "frame/path.h"
 #include "frame/raii.h"
+#include "frame/shell.h"

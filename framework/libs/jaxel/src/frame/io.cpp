@@ -20,6 +20,12 @@ namespace {
 
 int open_real(const char *path, int flags, mode_t mode) { return ::open(path, flags, mode); }
 
+// A failed call of a durable step: "<call>(<name>) failed:err[<errno>:<text>]."
+void log_sync_failure(const char *source, int line, const char *call, const char *name) noexcept {
+    const int e = errno;
+    log_line(source, line, "%s(%s) failed:err[%d:%s].", call, name, e, g_strerror(e));
+}
+
 const Io kRealIo = {
     open_real,      open_stream_nofollow,
     ::fwrite,       ::fputc,
@@ -31,7 +37,8 @@ const Io kRealIo = {
     kel_task_delay, pflash_open,
     pflash_write,   pflash_get_contents,
     pflash_close,   pflash_recover_file,
-    ::syslog,
+    ::syslog,       ::fclose,
+    ::close,        ::fseeko,
 };
 
 Io g_io = kRealIo;
@@ -70,7 +77,7 @@ FILE *open_stream_nofollow(const char *path, const char *mode) noexcept {
     FILE *stream = ::fdopen(fd, mode);
     if (stream == nullptr) {
         const int saved = errno;
-        ::close(fd);
+        ::close(fd);  // inside the real call that the seam's fopen names
         errno = saved;
     }
     return stream;
@@ -80,16 +87,31 @@ int sync_parent_directory(const char *path) noexcept {
     const Path dir = parent_of(path);
     const int fd = io().open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
     if (fd < 0) {
-        const int e = errno;
-        JX_LOG("open directory(%s) failed: errno %d(%s).", dir.c_str(), e, g_strerror(e));
+        JX_LOG_ERRNO("open directory", dir.c_str());
         return -1;
     }
     const int rc = io().fsync(fd);
     if (rc != 0) {
-        const int e = errno;
-        JX_LOG("fsync directory(%s) failed: errno %d(%s).", dir.c_str(), e, g_strerror(e));
+        JX_LOG_ERRNO("fsync directory", dir.c_str());
     }
-    ::close(fd);
+    (void)io().close(fd);
+    return rc;
+}
+
+int flush_and_sync(const char *source, int line, FILE *stream, const char *name, SyncCalls calls,
+                   bool stop_at_first) noexcept {
+    int rc = 0;
+    if (io().fflush(stream) != 0) {
+        log_sync_failure(source, line, calls.flush, name);
+        if (stop_at_first) {
+            return -1;
+        }
+        rc = -1;
+    }
+    if (calls.sync != nullptr && io().fsync(fileno(stream)) != 0) {
+        log_sync_failure(source, line, calls.sync, name);
+        rc = -1;
+    }
     return rc;
 }
 

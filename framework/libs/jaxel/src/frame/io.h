@@ -1,5 +1,5 @@
 // The one seam under every call through which the library changes, syncs,
-// truncates, removes or runs anything. Production code only reads the table;
+// truncates, closes, removes, locks or runs anything. Production code only reads the table;
 // tests swap entries to fail the Nth call or to crash at the Nth durable step.
 #pragma once
 
@@ -31,6 +31,10 @@ struct Io {
     void (*pflash_close)(void *handle);
     int (*pflash_recover_file)(const char *path);
     void (*syslog)(int priority, const char *format, ...) __attribute__((format(printf, 2, 3)));
+    int (*fclose)(FILE *stream);
+    int (*close)(int fd);
+    // Seeking flushes a stream's pending output, so it is a durable step too.
+    int (*fseek)(FILE *stream, off_t offset, int whence);
 };
 
 // The live table; it starts as the real calls.
@@ -45,4 +49,21 @@ FILE *open_stream_nofollow(const char *path, const char *mode) noexcept;
 // Makes a newly created directory entry durable; failures are logged.
 int sync_parent_directory(const char *path) noexcept;
 
+// The names a flush_and_sync failure is logged under, e.g. {"fwrite fflush",
+// "fwrite fsync"}: "<call>(<name>) failed:err[<errno>:<text>]." A null sync
+// name asks for the flush alone.
+struct SyncCalls {
+    const char *flush;
+    const char *sync;
+};
+
+// fflush then fsync of the stream's descriptor, through the seam. With
+// stop_at_first the sync is skipped after a failed flush; otherwise both run.
+// 0, or -1 when either failed (each failure logged at the caller's line).
+int flush_and_sync(const char *source, int line, FILE *stream, const char *name, SyncCalls calls,
+                   bool stop_at_first) noexcept;
+
 }  // namespace jx
+
+// (stream, name, calls, stop_at_first), logged at the caller's line.
+#define JX_FLUSH_AND_SYNC(...) ::jx::flush_and_sync(__FILE__, __LINE__, __VA_ARGS__)

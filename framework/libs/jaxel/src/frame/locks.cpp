@@ -65,17 +65,13 @@ void set_reg_table_fd(int fd) noexcept { g_jx_reg_fd = fd; }
 TableLock::TableLock(int fd) noexcept : fd_(fd) { lock_fd(fd_); }
 TableLock::~TableLock() { unlock_fd(fd_); }
 
-}  // namespace jx
-
-extern "C" void jx_file_lock(int fd) noexcept { jx::lock_fd(fd); }
-
-extern "C" void jx_file_unlock(int fd) noexcept { jx::unlock_fd(fd); }
-
 // The final stop: the mutex is taken and kept, so no operation that needs it
 // can start again in this process. A repeated call returns at once.
-extern "C" int32_t jx_exit(void) noexcept {
-    if (!jx::g_jx_stopped.exchange(true)) {
-        g_mutex_lock(&jx::g_jx_mutex);
+int32_t stop_library() noexcept {
+    if (!g_jx_stopped.exchange(true)) {
+        g_mutex_lock(&g_jx_mutex);
     }
     return JX_OK;
 }
+
+}  // namespace jx

@@ -47,6 +47,9 @@ private:
     FileLock file_;
 };
 
+// jx_exit: takes the library mutex for good; every later operation waits.
+int32_t stop_library() noexcept;
+
 // Descriptor of the registration table, -1 until start-up opens it.
 int reg_table_fd() noexcept;
 void set_reg_table_fd(int fd) noexcept;

@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <unistd.h>
 
+#include <glib.h>
 #include <glib/gprintf.h>
 
 #include "frame/io.h"
@@ -23,6 +24,16 @@ void log_line(const char *source, int line, const char *format, ...) noexcept {
     }
     io().syslog(kLogPriority, "[%d] %s(%d): %s\n", static_cast<int>(getpid()), base_name(source),
                 line, message);
+}
+
+void log_errno(const char *source, int line, const char *call, const char *name, int error,
+               bool spaced) noexcept {
+    if (spaced) {
+        log_line(source, line, "%s %s failed: errno %d(%s).", call, name, error, g_strerror(error));
+    } else {
+        log_line(source, line, "%s(%s) failed: errno %d(%s).", call, name, error,
+                 g_strerror(error));
+    }
 }
 
 }  // namespace jx

@@ -1,6 +1,8 @@
 // One system-log line per failure, the only way the library reports why.
 #pragma once
 
+#include <cerrno>
+
 namespace jx {
 
 // Priority of every line: facility local0, level debug.
@@ -9,6 +11,14 @@ inline constexpr int kLogPriority = 135;
 void log_line(const char *source, int line, const char *format, ...) noexcept
     __attribute__((format(printf, 3, 4)));
 
+// "<call>(<name>) failed: errno <n>(<text>)." or, spaced, "<call> <name> failed:
+// errno <n>(<text>)." for the errno a failed call left behind.
+void log_errno(const char *source, int line, const char *call, const char *name, int error,
+               bool spaced) noexcept;
+
 }  // namespace jx
 
 #define JX_LOG(...) ::jx::log_line(__FILE__, __LINE__, __VA_ARGS__)
+// errno is read before any argument can change it: base_name and c_str never do.
+#define JX_LOG_ERRNO(call, name) ::jx::log_errno(__FILE__, __LINE__, call, name, errno, false)
+#define JX_LOG_ERRNO_SPACED(call, name) ::jx::log_errno(__FILE__, __LINE__, call, name, errno, true)

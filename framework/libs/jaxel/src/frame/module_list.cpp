@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+namespace jx {
+
 GSList *g_jx_reg_list = nullptr;
 
 namespace {
@@ -24,3 +26,5 @@ JxModuleItem *jx_find_module_item(const char *short_name) noexcept {
 void jx_append_module_item(JxModuleItem *item) noexcept {
     g_jx_reg_list = g_slist_append(g_jx_reg_list, item);
 }
+
+}  // namespace jx

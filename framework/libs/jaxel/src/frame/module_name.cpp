@@ -1,13 +1,13 @@
 #include <glib.h>
 
 #include "frame/frame.h"
-#include "jaxel.h"
 
+namespace jx {
 namespace {
 char g_jx_module_name[32];
 }
 
-extern "C" int32_t jx_set_module_name(const char *name) noexcept {
+int32_t set_module_name(const char *name) noexcept {
     if (name == nullptr) {
         return JX_ERR_PARAM1;
     }
@@ -15,4 +15,6 @@ extern "C" int32_t jx_set_module_name(const char *name) noexcept {
     return JX_OK;
 }
 
-extern "C" const char *jx_get_module_name(void) noexcept { return g_jx_module_name; }
+const char *module_name() noexcept { return g_jx_module_name; }
+
+}  // namespace jx

@@ -7,11 +7,13 @@
 
 #include <glib.h>
 
+#include "frame/io.h"
+
 namespace jx {
 
 struct StreamCloser {
     // A close failure has nowhere to go: writers flush and sync before closing.
-    void operator()(FILE *stream) const noexcept { (void)std::fclose(stream); }
+    void operator()(FILE *stream) const noexcept { (void)io().fclose(stream); }
 };
 using UniqueStream = std::unique_ptr<FILE, StreamCloser>;
 
@@ -55,7 +57,7 @@ public:
     }
     void reset(int fd = -1) noexcept {
         if (fd_ >= 0) {
-            ::close(fd_);
+            (void)io().close(fd_);
         }
         fd_ = fd;
     }

@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "frame/frame.h"
+#include "handles/handles.h"
 #include "registry/registry.h"
 
 namespace jx {
@@ -15,41 +16,28 @@ void sync_companion(const char *path) noexcept {
         JX_LOG("jx_flush_file g_fopen(%s) failed: err[%d: %s].", base_name(path), e, g_strerror(e));
         return;
     }
-    if (io().fflush(companion.get()) != 0) {
-        const int e = errno;
-        JX_LOG("jx_flush_file fflush(%s) failed:err[%d:%s].", base_name(path), e, g_strerror(e));
-    }
-    if (io().fsync(fileno(companion.get())) != 0) {
-        const int e = errno;
-        JX_LOG("jx_flush_file fsync(%s) failed:err[%d:%s].", base_name(path), e, g_strerror(e));
-    }
+    (void)JX_FLUSH_AND_SYNC(companion.get(), base_name(path),
+                            {"jx_flush_file fflush", "jx_flush_file fsync"}, false);
 }
 
 }  // namespace
-}  // namespace jx
 
-extern "C" void jx_flush_file(JxFile *stream) noexcept {
+void flush_file(JxFile *stream) noexcept {
     if (stream == nullptr || stream->fd == nullptr) {
         return;
     }
-    if (jx::io().fflush(stream->fd) != 0) {
-        const int e = errno;
-        JX_LOG("jx_flush_file jx_fflush(%s) failed:err[%d:%s].", stream->file_name, e,
-               g_strerror(e));
-    }
-    if (jx::io().fsync(fileno(stream->fd)) != 0) {
-        const int e = errno;
-        JX_LOG("jx_flush_file jx_fsync(%s) failed:err[%d:%s].", stream->file_name, e,
-               g_strerror(e));
-    }
-    const jx::GPtr<RegItem> record(get_reg_inter_info(stream->file_path));
+    (void)JX_FLUSH_AND_SYNC(stream->fd, stream->file_name,
+                            {"jx_flush_file jx_fflush", "jx_flush_file jx_fsync"}, false);
+    const GPtr<RegItem> record(get_reg_inter_info(stream->file_path));
     if (!record) {
         JX_LOG("jx_flush_file file (%s) not register.", stream->file_name);
         return;
     }
     for (const char *companion : {record->dst, record->crc, record->bak, record->bakcrc}) {
         if (companion[0] != '\0') {
-            jx::sync_companion(companion);
+            sync_companion(companion);
         }
     }
 }
+
+}  // namespace jx

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "frame/frame.h"
+#include "handles/handle_write.h"
 #include "handles/handles.h"
 #include "integrity/integrity.h"
 #include "safestr.h"
@@ -36,8 +37,7 @@ bool write_position(const JxFile *stream, uint32_t content_len, uint64_t &positi
     }
     const long at = std::ftell(stream->fd);
     if (at < 0) {
-        const int e = errno;
-        JX_LOG("ftell %s failed: errno %d(%s).", base_name(stream->file_path), e, g_strerror(e));
+        JX_LOG_ERRNO_SPACED("ftell", base_name(stream->file_path));
         return false;
     }
     position = static_cast<uint64_t>(at);
@@ -74,6 +74,7 @@ GPtr<char> build_content(const Content &old, const WriteRequest &request, uint64
 // rewrite, which keeps the side file in step.
 int32_t protected_write(const WriteRequest &request) noexcept {
     JxFile *stream = request.stream;
+    // A read-only handle writes nothing and says nothing: callers see 0 items.
     if (is_read_only(stream->mode)) {
         return 0;
     }
@@ -105,7 +106,7 @@ int32_t protected_write(const WriteRequest &request) noexcept {
         return 0;
     }
     const int32_t rc = jx_rewrite_with_crc(stream, content.get(), length, digest);
-    (void)fseeko(stream->fd, static_cast<off_t>(end), SEEK_SET);
+    (void)io().fseek(stream->fd, static_cast<off_t>(end), SEEK_SET);
     return rc == JX_OK ? static_cast<int32_t>(request.n) : 0;
 }
 
@@ -115,14 +116,7 @@ int32_t plain_write(const WriteRequest &request) noexcept {
     if (written != request.n) {
         return static_cast<int32_t>(written);
     }
-    if (io().fflush(stream->fd) != 0) {
-        const int e = errno;
-        JX_LOG("fwrite fflush(%s) failed:err[%d:%s].", stream->file_name, e, g_strerror(e));
-        return 0;
-    }
-    if (io().fsync(fileno(stream->fd)) != 0) {
-        const int e = errno;
-        JX_LOG("fwrite fsync(%s) failed:err[%d:%s].", stream->file_name, e, g_strerror(e));
+    if (JX_FLUSH_AND_SYNC(stream->fd, stream->file_name, kFwriteSyncCalls, true) != 0) {
         return 0;
     }
     return static_cast<int32_t>(request.n);
@@ -133,9 +127,9 @@ int32_t write_by_protect_mode(const WriteRequest &request) noexcept {
 }
 
 }  // namespace
-}  // namespace jx
 
-extern "C" int32_t jx_fwrite(const void *ptr, uint32_t size, uint32_t n, JxFile *stream) noexcept {
-    return jx::locked_handle_write({ptr, size, n, stream}, jx::jx_package,
-                                   jx::write_by_protect_mode);
+int32_t write_handle(const void *ptr, uint32_t size, uint32_t n, JxFile *stream) noexcept {
+    return locked_handle_write({ptr, size, n, stream}, jx_package, write_by_protect_mode);
 }
+
+}  // namespace jx

@@ -2,7 +2,7 @@
 #include <sys/stat.h>
 
 #include "frame/frame.h"
-#include "handles/handles.h"
+#include "handles/handle_write.h"
 
 namespace jx {
 namespace {
@@ -16,8 +16,7 @@ bool passes_size_check(JxFile *stream, Packager packager, int32_t &refusal) noex
     }
     struct stat st;
     if (fstat(stream->file_no, &st) != 0) {
-        const int e = errno;
-        JX_LOG("fstat %s failed: errno %d(%s).", base_name(stream->file_path), e, g_strerror(e));
+        JX_LOG_ERRNO_SPACED("fstat", base_name(stream->file_path));
         refusal = JX_ERR_READ;
         return false;
     }

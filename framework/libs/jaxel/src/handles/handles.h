@@ -1,41 +1,23 @@
-// What the handle operations share among themselves.
+// Managed file handles: opening with recovery, protected and plain writes,
+// log files, packaging and flushing. Uses the frame, the registry, integrity,
+// recovery and maintenance.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 #include "jaxel.h"
 
 namespace jx {
 
-// One write call on a handle, as jx_fwrite and jx_fwrite_log receive it.
-struct WriteRequest {
-    const void *ptr;
-    uint32_t size;
-    uint32_t n;
-    JxFile *stream;
-};
-
-// Rolls the handle's file into its package and empties it; 0 or the code that
-// "jx_package failed: ret %d." reports. Runs with both locks held.
-using Packager = int32_t (*)(JxFile *stream);
-// The write itself, under both locks and after the size check.
-using WriteBody = int32_t (*)(const WriteRequest &request);
-
-// The steps every handle write shares: argument checks, reboot guard, library
-// mutex and flock on the handle, the size check with `packager`; then `body`.
-int32_t locked_handle_write(const WriteRequest &request, Packager packager,
-                            WriteBody body) noexcept;
-
-// One stream write of the request; a short count is logged and returned.
-std::size_t write_items(const WriteRequest &request) noexcept;
-
-// A size-limited file may only be read or appended to; false after logging.
-bool open_mode_allowed(int32_t package_size, const char *mode) noexcept;
-
-// The module file's package "/opt/ulx/pram/" + package_name.
-int32_t jx_package(JxFile *stream) noexcept;
-// The log file's package in its package directory.
-int32_t jx_package_log(JxFile *stream) noexcept;
+JxFile *open_handle(const char *short_name, const char *mode) noexcept;
+JxFile *open_module_file(const char *short_name, const char *module_name,
+                         const char *mode) noexcept;
+void close_handle(JxFile *stream) noexcept;
+int32_t write_handle(const void *ptr, uint32_t size, uint32_t n, JxFile *stream) noexcept;
+JxFile *open_log_file(const JxItemCfg *jx_info, const char *mode) noexcept;
+int32_t write_log(const void *ptr, uint32_t size, uint32_t n, JxFile *stream) noexcept;
+void close_log_file(JxFile *stream) noexcept;
+int32_t package_size_of(const char *short_name, uint32_t *size) noexcept;
+void flush_file(JxFile *stream) noexcept;
 
 }  // namespace jx

@@ -2,7 +2,7 @@
 #include <cstdio>
 
 #include "frame/frame.h"
-#include "frame/module_list.h"
+#include "handles/handle_write.h"
 #include "handles/handles.h"
 #include "integrity/integrity.h"
 #include "maintenance/maintenance.h"
@@ -35,22 +35,19 @@ void fill_log_names(JxFile *handle, const JxItemCfg &info) noexcept {
     g_snprintf(handle->package_name, sizeof handle->package_name, "%s.tar.gz", short_name);
 }
 
-// Log writes go straight to the stream: flushed, counted, never synced.
+// Log writes go straight to the stream: flushed, counted, never synced. The
+// counter grows by items, short counts included, as the statistics expect.
 int32_t log_write(const WriteRequest &request) noexcept {
     const std::size_t written = write_items(request);
-    if (io().fflush(request.stream->fd) != 0) {
-        const int e = errno;
-        JX_LOG("jx_fwrite_log fflush(%s) failed:err[%d:%s].", request.stream->file_name, e,
-               g_strerror(e));
-    }
-    jx_wirte_cnt_set(kCounterLogItems, static_cast<uint32_t>(written));
+    (void)JX_FLUSH_AND_SYNC(request.stream->fd, request.stream->file_name,
+                            {"jx_fwrite_log fflush", nullptr}, true);
+    add_to_write_counter(kCounterLogItems, static_cast<uint32_t>(written));
     return static_cast<int32_t>(written);
 }
 
 }  // namespace
-}  // namespace jx
 
-extern "C" JxFile *jx_fopen_log_file(const JxItemCfg *jx_info, const char *mode) noexcept {
+JxFile *open_log_file(const JxItemCfg *jx_info, const char *mode) noexcept {
     if (jx_info == nullptr) {
         JX_LOG("input para invalid: jx_info.");
         return nullptr;
@@ -59,14 +56,14 @@ extern "C" JxFile *jx_fopen_log_file(const JxItemCfg *jx_info, const char *mode)
         JX_LOG("input para invalid: mode.");
         return nullptr;
     }
-    if (!jx::open_mode_allowed(jx_info->package_size, mode)) {
+    if (!open_mode_allowed(jx_info->package_size, mode)) {
         return nullptr;
     }
-    jx::GPtr<JxModuleItem> item(jx::make_private_item(*jx_info));
-    jx::GPtr<JxFile> handle(g_new0(JxFile, 1));
+    GPtr<JxModuleItem> item(make_private_item(*jx_info));
+    GPtr<JxFile> handle(g_new0(JxFile, 1));
     handle->item = item.get();
     g_strlcpy(handle->mode, mode, sizeof handle->mode);
-    jx::fill_log_names(handle.get(), *jx_info);
+    fill_log_names(handle.get(), *jx_info);
     if (jx_open_with_privilege(handle.get(), mode) != JX_OK) {
         return nullptr;
     }
@@ -74,23 +71,22 @@ extern "C" JxFile *jx_fopen_log_file(const JxItemCfg *jx_info, const char *mode)
     return handle.release();
 }
 
-extern "C" int32_t jx_fwrite_log(const void *ptr, uint32_t size, uint32_t n,
-                                 JxFile *stream) noexcept {
-    return jx::locked_handle_write({ptr, size, n, stream}, jx::jx_package_log, jx::log_write);
+int32_t write_log(const void *ptr, uint32_t size, uint32_t n, JxFile *stream) noexcept {
+    return locked_handle_write({ptr, size, n, stream}, jx_package_log, log_write);
 }
 
-extern "C" void jx_fclose_log_file(JxFile *stream) noexcept {
+void close_log_file(JxFile *stream) noexcept {
     if (stream == nullptr) {
         return;
     }
     if (stream->fd != nullptr) {
-        (void)std::fclose(stream->fd);
+        (void)io().fclose(stream->fd);
         g_free(stream->item);
     }
     g_free(stream);
 }
 
-extern "C" int32_t jx_get_package_size(const char *short_name, uint32_t *size) noexcept {
+int32_t package_size_of(const char *short_name, uint32_t *size) noexcept {
     if (short_name == nullptr) {
         return JX_ERR_PARAM1;
     }
@@ -105,3 +101,5 @@ extern "C" int32_t jx_get_package_size(const char *short_name, uint32_t *size) n
     *size = static_cast<uint32_t>(item->package_size);
     return JX_OK;
 }
+
+}  // namespace jx

@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include "frame/frame.h"
-#include "frame/module_list.h"
+#include "handles/handle_write.h"
 #include "handles/handles.h"
-#include "integrity/recovery.h"
 #include "maintenance/maintenance.h"
+#include "recovery/recovery.h"
 #include "registry/registry.h"
 #include "safestr.h"
 
@@ -33,7 +33,7 @@ bool clears_before_open(const char *path, const char *mode) noexcept {
 
 void fill_module_names(JxFile *handle, const char *short_name, const char *module_name) noexcept {
     char unresolved[kPathMax] = {};
-    jx_get_file_path(short_name, module_name, JX_TIER_PRAM, unresolved, sizeof unresolved);
+    file_path_of(short_name, module_name, JX_TIER_PRAM, unresolved, sizeof unresolved);
     char resolved[kResolvedPathSize];
     const char *path = ::realpath(unresolved, resolved) != nullptr ? resolved : unresolved;
     g_strlcpy(handle->file_path, path, sizeof handle->file_path);
@@ -71,14 +71,12 @@ bool open_mode_allowed(int32_t package_size, const char *mode) noexcept {
     return false;
 }
 
-}  // namespace jx
-
-extern "C" JxFile *jx_fopen(const char *short_name, const char *mode) noexcept {
-    return jx_fopen_file(short_name, jx_get_module_name(), mode);
+JxFile *open_handle(const char *short_name, const char *mode) noexcept {
+    return open_module_file(short_name, module_name(), mode);
 }
 
-extern "C" JxFile *jx_fopen_file(const char *short_name, const char *module_name,
-                                 const char *mode) noexcept {
+JxFile *open_module_file(const char *short_name, const char *module_name,
+                         const char *mode) noexcept {
     if (short_name == nullptr) {
         JX_LOG("input para invalid: short_name.");
         return nullptr;
@@ -100,15 +98,15 @@ extern "C" JxFile *jx_fopen_file(const char *short_name, const char *module_name
         JX_LOG("%s not register.", short_name);
         return nullptr;
     }
-    if (!jx::open_mode_allowed(item->package_size, mode)) {
+    if (!open_mode_allowed(item->package_size, mode)) {
         return nullptr;
     }
-    jx::GPtr<JxFile> handle(g_new0(JxFile, 1));
+    GPtr<JxFile> handle(g_new0(JxFile, 1));
     handle->item = item;
     g_strlcpy(handle->mode, mode, sizeof handle->mode);
-    jx::fill_module_names(handle.get(), short_name, module_name);
-    if (jx::clears_before_open(handle->file_path, mode)) {
-        const int32_t rc = jx_clear_module_file(short_name, module_name);
+    fill_module_names(handle.get(), short_name, module_name);
+    if (clears_before_open(handle->file_path, mode)) {
+        const int32_t rc = clear_module_file(short_name, module_name);
         if (rc != JX_OK) {
             JX_LOG("jx_clear_module_file failed: %d.", rc);
             return nullptr;
@@ -117,20 +115,22 @@ extern "C" JxFile *jx_fopen_file(const char *short_name, const char *module_name
     if (jx_open_with_privilege(handle.get(), mode) != JX_OK) {
         return nullptr;
     }
-    jx::UniqueStream stream(handle->fd);
-    if (!jx::repaired_if_invalid(handle.get())) {
+    UniqueStream stream(handle->fd);
+    if (!repaired_if_invalid(handle.get())) {
         return nullptr;
     }
     (void)stream.release();
     return handle.release();
 }
 
-extern "C" void jx_fclose(JxFile *stream) noexcept {
+void close_handle(JxFile *stream) noexcept {
     if (stream == nullptr) {
         return;
     }
     if (stream->fd != nullptr) {
-        (void)std::fclose(stream->fd);
+        (void)io().fclose(stream->fd);
     }
     g_free(stream);
 }
+
+}  // namespace jx

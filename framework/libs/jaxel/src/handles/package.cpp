@@ -6,8 +6,9 @@
 #include <sys/stat.h>
 
 #include "frame/frame.h"
-#include "frame/shell.h"
+#include "handles/handle_write.h"
 #include "handles/handles.h"
+#include "integrity/integrity.h"
 #include "safestr.h"
 
 namespace jx {
@@ -20,30 +21,25 @@ constexpr mode_t kPackageMode = S_IRUSR | S_IRGRP;
 int32_t make_package_durable(const char *package_path) noexcept {
     const UniqueFd fd(io().open(package_path, O_RDONLY | O_CLOEXEC, 0));
     if (!fd) {
-        const int e = errno;
-        JX_LOG("open %s failed: errno %d(%s).", base_name(package_path), e, g_strerror(e));
+        JX_LOG_ERRNO_SPACED("open", base_name(package_path));
         return JX_ERR_PACKAGE;
     }
     if (io().fsync(fd.get()) != 0) {
-        const int e = errno;
-        JX_LOG("fsync %s failed: errno %d(%s).", base_name(package_path), e, g_strerror(e));
+        JX_LOG_ERRNO_SPACED("fsync", base_name(package_path));
         return JX_ERR_PACKAGE;
     }
     return sync_parent_directory(package_path) == 0 ? JX_OK : JX_ERR_PACKAGE;
 }
 
 // Both packagers flush the stream first and name themselves in the line.
-bool flush_before_package(const JxFile *stream, const char *packager) noexcept {
-    if (io().fflush(stream->fd) == 0) {
-        return true;
-    }
-    const int e = errno;
-    JX_LOG("%s fflush(%s) failed:err[%d:%s].", packager, stream->file_name, e, g_strerror(e));
-    return false;
+bool flush_before_package(const JxFile *stream, const char *flush_call) noexcept {
+    return JX_FLUSH_AND_SYNC(stream->fd, stream->file_name, {flush_call, nullptr}, true) == 0;
 }
 
 // After the package exists: mode 0440, file emptied and rewound, callback told.
 int32_t finish_package(JxFile *stream, const char *package_path) noexcept {
+    // A failed chmod returns its own raw result (-1), not a library code;
+    // callers compare against it.
     const int rc = io().chmod(package_path, kPackageMode);
     if (rc != 0) {
         const int e = errno;
@@ -52,14 +48,11 @@ int32_t finish_package(JxFile *stream, const char *package_path) noexcept {
         return rc;
     }
     if (io().ftruncate(stream->file_no, 0) != 0) {
-        const int e = errno;
-        JX_LOG("ftruncate %s failed: errno %d(%s).", base_name(stream->file_path), e,
-               g_strerror(e));
+        JX_LOG_ERRNO_SPACED("ftruncate", base_name(stream->file_path));
         return JX_ERR_PACKAGE;
     }
-    if (std::fseek(stream->fd, 0, SEEK_SET) != 0) {
-        const int e = errno;
-        JX_LOG("fseek %s failed: errno %d(%s).", base_name(stream->file_path), e, g_strerror(e));
+    if (io().fseek(stream->fd, 0, SEEK_SET) != 0) {
+        JX_LOG_ERRNO_SPACED("fseek", base_name(stream->file_path));
         return JX_ERR_PACKAGE;
     }
     if (stream->item->callback != nullptr) {
@@ -86,7 +79,7 @@ bool log_package_directory(const JxFile *stream, Path &directory) noexcept {
 }  // namespace
 
 int32_t jx_package(JxFile *stream) noexcept {
-    if (!flush_before_package(stream, "jx_package")) {
+    if (!flush_before_package(stream, "jx_package fflush")) {
         return JX_ERR_PACKAGE;
     }
     const ShellArg package(stream->package_name);
@@ -107,14 +100,14 @@ int32_t jx_package(JxFile *stream) noexcept {
     if (make_package_durable(package_path.c_str()) != JX_OK) {
         return JX_ERR_PACKAGE;
     }
-    if (jx_sync_privilege(stream->file_path, package_path.c_str()) != 0) {
+    if (sync_privilege(stream->file_path, package_path.c_str()) != 0) {
         JX_LOG("sync privilege failed, file:%s", base_name(stream->file_path));
     }
     return finish_package(stream, package_path.c_str());
 }
 
 int32_t jx_package_log(JxFile *stream) noexcept {
-    if (!flush_before_package(stream, "jx_package_log")) {
+    if (!flush_before_package(stream, "jx_package_log fflush")) {
         return JX_ERR_PACKAGE;
     }
     JxModuleItem *item = stream->item;
@@ -138,11 +131,14 @@ int32_t jx_package_log(JxFile *stream) noexcept {
     }
     const int rc = run_shell(command);
     if (rc != 0) {
+        // The doubled word is part of the line that log watchers match.
         JX_LOG("exce cmd failed failed: %s(%d)", command, rc);
         return JX_ERR_PACKAGE;
     }
+    // Unlike the module file's package, a log package is not synced before the
+    // log is emptied: callers depend on the log packaging's cost staying as it is.
     const Path package_path = make_path({directory.c_str(), "/", stream->package_name});
-    const int32_t synced = jx_sync_privilege(stream->file_path, package_path.c_str());
+    const int32_t synced = sync_privilege(stream->file_path, package_path.c_str());
     if (synced != 0) {
         JX_LOG("sync privilege %s failed: %d.", base_name(stream->file_path), synced);
         return JX_ERR_PACKAGE;

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "frame/path.h"
+#include "frame/frame.h"
 #include "integrity/digest.h"
 #include "jaxel.h"
 #include "registry/registry.h"
@@ -34,9 +34,7 @@ int32_t write_checksum_file(const char *path, const char *digest) noexcept;
 int32_t write_side_file(const char *path, const char *digest) noexcept;
 
 // Records the digest of content in the side file of path.
-// The name is the one the system has always used for this step.
-// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
-int32_t __ram_check_sum(const char *path, const void *content, uint32_t len) noexcept;
+int32_t ram_check_sum(const char *path, const void *content, uint32_t len) noexcept;
 
 // Records whatever path now holds in its side file; compares nothing.
 int32_t ram_check(const char *path) noexcept;

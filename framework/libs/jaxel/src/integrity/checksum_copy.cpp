@@ -1,5 +1,5 @@
 #include "frame/frame.h"
-#include "integrity/checksum.h"
+#include "integrity/integrity.h"
 
 namespace jx {
 namespace {
@@ -13,7 +13,7 @@ struct PairWrite {
 // Stops at the first failing write; what was written stays.
 int32_t write_in_order(const PairWrite (&writes)[3]) noexcept {
     for (const PairWrite &w : writes) {
-        const int32_t rc = jx_set_content(w.path, w.data, w.len);
+        const int32_t rc = set_content(w.path, w.data, w.len);
         if (rc != JX_OK) {
             return rc;
         }
@@ -54,8 +54,10 @@ int32_t jx_crc_copy(const void *content, uint32_t len, const char *expected, con
         JX_LOG("(%s)check CRC failed ,(checksumType:%d).", base_name(dest), kChecksumType);
         return JX_ERR_CRC;
     }
+    // The success line comes before the write and stays even when the write
+    // fails: log readers depend on this order.
     JX_LOG("recover file(%s) successfully.(checksumType:%d).", base_name(dest), kChecksumType);
-    const int32_t rc = jx_set_content(dest, content, len);
+    const int32_t rc = set_content(dest, content, len);
     return rc != JX_OK ? rc : write_checksum_file(dest_crc, digest);
 }
 

@@ -2,7 +2,7 @@
 #include <sys/stat.h>
 
 #include "frame/frame.h"
-#include "integrity/checksum.h"
+#include "integrity/integrity.h"
 
 namespace jx {
 
@@ -17,7 +17,7 @@ bool digest_exact_equal(const char *digest, const char *text) noexcept {
 }
 
 int32_t write_checksum_file(const char *path, const char *digest) noexcept {
-    return jx_set_content(path, digest, kChecksumFileSize);
+    return set_content(path, digest, kChecksumFileSize);
 }
 
 int32_t write_side_file(const char *path, const char *digest) noexcept {
@@ -31,13 +31,25 @@ int32_t write_side_file(const char *path, const char *digest) noexcept {
     return JX_OK;
 }
 
-int32_t __ram_check_sum(const char *path, const void *content, uint32_t len) noexcept {
+int32_t ram_check_sum(const char *path, const void *content, uint32_t len) noexcept {
     char digest[kSha256HexSize];
     if (!sha256_hex(content, len, digest)) {
         JX_LOG("g_compute_checksum_for_data(sha256) failed.");
         return JX_ERR_CHECKSUM;
     }
     return write_side_file(path, digest);
+}
+
+int32_t ram_check(const char *path) noexcept {
+    Content content;
+    if (path == nullptr || !read_whole_file_logged(path, content)) {
+        return JX_ERR_READ;
+    }
+    const int32_t rc = ram_check_sum(path, content.data.get(), content.len);
+    if (rc != JX_OK) {
+        JX_LOG("__ram_check_sum1(%s) failed: %d.", base_name(path), rc);
+    }
+    return rc;
 }
 
 }  // namespace jx

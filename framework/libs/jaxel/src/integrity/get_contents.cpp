@@ -4,7 +4,6 @@
 #include "frame/frame.h"
 #include "integrity/integrity.h"
 #include "integrity/tier.h"
-#include "jaxel.h"
 
 namespace jx {
 namespace {
@@ -52,6 +51,15 @@ bool read_whole_file(const char *path, Content &out, GErrorPtr &error) noexcept 
     return true;
 }
 
+bool read_whole_file_logged(const char *path, Content &out) noexcept {
+    GErrorPtr error;
+    if (!read_whole_file(path, out, error)) {
+        JX_LOG("g_file_get_contents(%s) failed: %s.", base_name(path), error->message);
+        return false;
+    }
+    return true;
+}
+
 bool jx_get_contents(const char *path, Content &out) noexcept {
     if (tier_of(path) == Tier::kFlash) {
         return read_flash(path, out);
@@ -77,7 +85,7 @@ int32_t jx_file_copy(const char *from, const char *to) noexcept {
         return JX_ERR_OPEN;
     }
     const char *bytes = content.data ? content.data.get() : "";
-    const int32_t rc = jx_set_content(to, bytes, content.len);
+    const int32_t rc = set_content(to, bytes, content.len);
     if (rc != JX_OK) {
         JX_LOG("jx_set_content failed: ret %d.", rc);
     }

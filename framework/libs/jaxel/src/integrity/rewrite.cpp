@@ -2,7 +2,7 @@
 #include <cstdio>
 
 #include "frame/frame.h"
-#include "integrity/checksum.h"
+#include "integrity/integrity.h"
 
 namespace jx {
 namespace {
@@ -10,24 +10,15 @@ namespace {
 // Truncate, write, flush, fsync, in place; each failure is a write failure.
 int32_t replace_content(JxFile *stream, const void *content, uint32_t len) noexcept {
     if (io().ftruncate(stream->file_no, 0) != 0) {
-        const int e = errno;
-        JX_LOG("ftruncate(%s) failed: errno %d(%s).", base_name(stream->file_path), e,
-               g_strerror(e));
+        JX_LOG_ERRNO("ftruncate", base_name(stream->file_path));
         return JX_ERR_WRITE;
     }
-    (void)std::fseek(stream->fd, 0, SEEK_SET);
+    (void)io().fseek(stream->fd, 0, SEEK_SET);
     if (io().fwrite(content, 1, len, stream->fd) != len) {
         JX_LOG("fwrite %s failed.", base_name(stream->file_path));
         return JX_ERR_WRITE;
     }
-    if (io().fflush(stream->fd) != 0) {
-        const int e = errno;
-        JX_LOG("fwrite fflush(%s) failed:err[%d:%s].", stream->file_name, e, g_strerror(e));
-        return JX_ERR_WRITE;
-    }
-    if (io().fsync(fileno(stream->fd)) != 0) {
-        const int e = errno;
-        JX_LOG("fwrite fsync(%s) failed:err[%d:%s].", stream->file_name, e, g_strerror(e));
+    if (JX_FLUSH_AND_SYNC(stream->fd, stream->file_name, kFwriteSyncCalls, true) != 0) {
         return JX_ERR_WRITE;
     }
     return JX_OK;

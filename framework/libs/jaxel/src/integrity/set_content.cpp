@@ -5,7 +5,6 @@
 #include "frame/frame.h"
 #include "integrity/integrity.h"
 #include "integrity/tier.h"
-#include "jaxel.h"
 
 namespace jx {
 namespace {
@@ -33,8 +32,7 @@ int32_t write_file(const char *path, const void *buf, uint32_t len, bool counted
     const bool existed = ::access(path, F_OK) == 0;
     UniqueStream stream(io().fopen(path, "w+"));
     if (!stream) {
-        const int e = errno;
-        JX_LOG("g_fopen (%s) failed: errno %d(%s).", base_name(path), e, g_strerror(e));
+        JX_LOG_ERRNO("g_fopen ", base_name(path));
         return JX_ERR_OPEN;
     }
     const size_t written = io().fwrite(buf, 1, len, stream.get());
@@ -48,14 +46,8 @@ int32_t write_file(const char *path, const void *buf, uint32_t len, bool counted
         add_to_write_counter(kCounterSaveBytes, len);
     }
     int32_t rc = JX_OK;
-    if (io().fflush(stream.get()) != 0) {
-        const int e = errno;
-        JX_LOG("jx_set_content fflush(%s) failed:err[%d:%s].", base_name(path), e, g_strerror(e));
-        rc = JX_ERR_WRITE;
-    }
-    if (io().fsync(fileno(stream.get())) != 0) {
-        const int e = errno;
-        JX_LOG("jx_set_content fsync(%s) failed:err[%d:%s].", base_name(path), e, g_strerror(e));
+    if (JX_FLUSH_AND_SYNC(stream.get(), base_name(path),
+                          {"jx_set_content fflush", "jx_set_content fsync"}, false) != 0) {
         rc = JX_ERR_WRITE;
     }
     if (rc == JX_OK && !existed && sync_parent_directory(path) != 0) {
@@ -65,19 +57,20 @@ int32_t write_file(const char *path, const void *buf, uint32_t len, bool counted
 }
 
 }  // namespace
-}  // namespace jx
 
-extern "C" int32_t jx_set_content(const char *path, const void *buf, uint32_t len) noexcept {
+int32_t set_content(const char *path, const void *buf, uint32_t len) noexcept {
     if (path == nullptr) {
         return JX_ERR_PARAM1;
     }
     if (buf == nullptr) {
         return JX_ERR_PARAM2;
     }
-    switch (jx::tier_of(path)) {
-    case jx::Tier::kFlash: return jx::write_flash(path, buf, len);
-    case jx::Tier::kSave: return jx::write_file(path, buf, len, true);
-    case jx::Tier::kPlain: break;
+    switch (tier_of(path)) {
+    case Tier::kFlash: return write_flash(path, buf, len);
+    case Tier::kSave: return write_file(path, buf, len, true);
+    case Tier::kPlain: break;
     }
-    return jx::write_file(path, buf, len, false);
+    return write_file(path, buf, len, false);
 }
+
+}  // namespace jx

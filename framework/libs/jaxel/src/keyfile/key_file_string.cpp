@@ -1,5 +1,6 @@
-#include "jaxel.h"
+#include "keyfile/keyfile.h"
 
+namespace jx {
 namespace {
 
 constexpr unsigned char kFirstAllowed = 32;
@@ -8,7 +9,7 @@ constexpr unsigned char kLastAllowed = 126;
 }  // namespace
 
 // Printable ASCII only, space included; the empty string is allowed.
-extern "C" int jx_key_file_string_valid(const char *s) noexcept {
+int key_file_string_valid(const char *s) noexcept {
     if (s == nullptr) {
         return 0;
     }
@@ -20,3 +21,5 @@ extern "C" int jx_key_file_string_valid(const char *s) noexcept {
     }
     return 1;
 }
+
+}  // namespace jx

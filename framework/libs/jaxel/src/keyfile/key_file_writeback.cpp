@@ -2,8 +2,8 @@
 #include <unistd.h>
 
 #include "frame/frame.h"
-#include "integrity/checksum.h"
-#include "jaxel.h"
+#include "integrity/integrity.h"
+#include "keyfile/keyfile.h"
 
 namespace jx {
 namespace {
@@ -56,7 +56,7 @@ int32_t write_back(GKeyFile *key, const char *path) noexcept {
         return rc;
     }
     // The side file records exactly the text that was written.
-    rc = __ram_check_sum(path, text.get(), static_cast<uint32_t>(length));
+    rc = ram_check_sum(path, text.get(), static_cast<uint32_t>(length));
     if (rc != JX_OK) {
         JX_LOG("__ram_check_sum(%s) failed: %d.", base_name(path), rc);
     }
@@ -64,19 +64,20 @@ int32_t write_back(GKeyFile *key, const char *path) noexcept {
 }
 
 }  // namespace
-}  // namespace jx
 
 // Takes no lock: the caller holds its key-file lock from jx_open_key_file.
-extern "C" int32_t jx_writeback_key_file(GKeyFile *key, const char *path) noexcept {
+int32_t writeback_key_file(GKeyFile *key, const char *path) noexcept {
     if (key == nullptr) {
         return JX_ERR_PARAM1;
     }
-    if (!jx::has_prefix(path, jx::kPramDir)) {
+    if (!has_prefix(path, kPramDir)) {
         return JX_ERR_PARAM2;
     }
-    const int32_t rebooting = jx::reboot_guard(true);
+    const int32_t rebooting = reboot_guard(true);
     if (rebooting != JX_OK) {
         return rebooting;
     }
-    return jx::write_back(key, path);
+    return write_back(key, path);
 }
+
+}  // namespace jx

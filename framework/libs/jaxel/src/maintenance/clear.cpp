@@ -3,9 +3,7 @@
 #include <cstdlib>
 
 #include "frame/frame.h"
-#include "frame/module_list.h"
-#include "integrity/checksum.h"
-#include "jaxel.h"
+#include "maintenance/maintenance.h"
 #include "maintenance/side_file_rule.h"
 #include "safestr.h"
 
@@ -18,7 +16,7 @@ constexpr std::size_t kResolvedPathSize = 4096;
 const char *resolve_module_file(const char *short_name, const char *module_name,
                                 char (&unresolved)[kResolvedPathSize],
                                 char (&resolved)[kResolvedPathSize]) noexcept {
-    jx_get_file_path(short_name, module_name, JX_TIER_PRAM, unresolved, sizeof unresolved);
+    file_path_of(short_name, module_name, JX_TIER_PRAM, unresolved, sizeof unresolved);
     return ::realpath(unresolved, resolved) != nullptr ? resolved : unresolved;
 }
 
@@ -38,22 +36,14 @@ bool truncate_to_empty(FILE *stream, const char *path) noexcept {
         JX_LOG("ftruncate(%s) failed.", base_name(path));
         return false;
     }
-    (void)std::fseek(stream, 0, SEEK_SET);
+    (void)io().fseek(stream, 0, SEEK_SET);
     return true;
 }
 
 // Failures are only reported: the file is empty either way.
 void sync_cleared_module_file(FILE *stream, const char *path) noexcept {
-    if (io().fflush(stream) != 0) {
-        const int e = errno;
-        JX_LOG("jx_clear_module_file fflush(%s) failed:err[%d:%s].", base_name(path), e,
-               g_strerror(e));
-    }
-    if (io().fsync(fileno(stream)) != 0) {
-        const int e = errno;
-        JX_LOG("jx_clear_module_file fsync(%s) failed:err[%d:%s].", base_name(path), e,
-               g_strerror(e));
-    }
+    (void)JX_FLUSH_AND_SYNC(stream, base_name(path),
+                            {"jx_clear_module_file fflush", "jx_clear_module_file fsync"}, false);
 }
 
 int32_t refresh_side_file(const JxModuleItem &item, const char *path) noexcept {
@@ -110,10 +100,8 @@ int32_t clear_log(const JxItemCfg &descriptor) noexcept {
     if (!truncate_to_empty(stream.get(), descriptor.path)) {
         return JX_ERR_WRITE;
     }
-    if (io().fflush(stream.get()) != 0) {
-        const int e = errno;
-        JX_LOG("jx_clear_log_file fflush(%s) failed:err[%d:%s].", base_name(descriptor.path), e,
-               g_strerror(e));
+    if (JX_FLUSH_AND_SYNC(stream.get(), base_name(descriptor.path),
+                          {"jx_clear_log_file fflush", nullptr}, true) != 0) {
         return JX_ERR_WRITE;
     }
     if (descriptor.package_size != 0 && descriptor.package_path != nullptr) {
@@ -123,9 +111,8 @@ int32_t clear_log(const JxItemCfg &descriptor) noexcept {
 }
 
 }  // namespace
-}  // namespace jx
 
-extern "C" int32_t jx_clear_module_file(const char *short_name, const char *module_name) noexcept {
+int32_t clear_module_file(const char *short_name, const char *module_name) noexcept {
     if (short_name == nullptr) {
         return JX_ERR_PARAM1;
     }
@@ -136,7 +123,7 @@ extern "C" int32_t jx_clear_module_file(const char *short_name, const char *modu
         JX_LOG("g_jx_reg_list invalid.");
         return JX_ERR_STATE;
     }
-    const int32_t guard = jx::reboot_guard(true);
+    const int32_t guard = reboot_guard(true);
     if (guard != JX_OK) {
         return guard;
     }
@@ -145,30 +132,32 @@ extern "C" int32_t jx_clear_module_file(const char *short_name, const char *modu
         JX_LOG("%s not register.", short_name);
         return JX_ERR_NOT_REGISTERED;
     }
-    char unresolved[jx::kResolvedPathSize] = {};
-    char resolved[jx::kResolvedPathSize];
-    return jx::clear_registered(
-        *item, jx::resolve_module_file(short_name, module_name, unresolved, resolved));
+    char unresolved[kResolvedPathSize] = {};
+    char resolved[kResolvedPathSize];
+    return clear_registered(*item,
+                            resolve_module_file(short_name, module_name, unresolved, resolved));
 }
 
-extern "C" int32_t jx_clear_file(const char *short_name) noexcept {
+int32_t clear_file(const char *short_name) noexcept {
     if (short_name == nullptr) {
         return JX_ERR_PARAM1;
     }
-    const int32_t rc = jx_clear_module_file(short_name, jx_get_module_name());
+    const int32_t rc = clear_module_file(short_name, module_name());
     if (rc != JX_OK) {
         JX_LOG("jx_clear_module_file(%s) failed: ret %d.", short_name, rc);
     }
     return rc;
 }
 
-extern "C" int32_t jx_clear_log_file(const JxItemCfg *descriptor) noexcept {
+int32_t clear_log_file(const JxItemCfg *descriptor) noexcept {
     if (descriptor == nullptr) {
         return JX_ERR_PARAM1;
     }
-    const int32_t guard = jx::reboot_guard(true);
+    const int32_t guard = reboot_guard(true);
     if (guard != JX_OK) {
         return guard;
     }
-    return jx::clear_log(*descriptor);
+    return clear_log(*descriptor);
 }
+
+}  // namespace jx

@@ -4,9 +4,7 @@
 #include <sys/stat.h>
 
 #include "frame/frame.h"
-#include "integrity/checksum.h"
-#include "integrity/integrity.h"
-#include "jaxel.h"
+#include "maintenance/maintenance.h"
 #include "safestr.h"
 
 namespace jx {
@@ -44,8 +42,7 @@ bool read_content(const JxFile *stream, Content &content) noexcept {
 bool stored_size(const JxFile *stream, uint64_t &size) noexcept {
     struct stat st;
     if (fstat(stream->file_no, &st) != 0) {
-        const int e = errno;
-        JX_LOG("fstat %s failed: errno %d(%s).", base_name(stream->file_path), e, g_strerror(e));
+        JX_LOG_ERRNO_SPACED("fstat", base_name(stream->file_path));
         return false;
     }
     size = static_cast<uint64_t>(st.st_size);
@@ -150,31 +147,29 @@ int32_t modify_body(JxFile *stream, const EditRequest &request) noexcept {
 bool usable(const JxFile *stream) noexcept { return stream != nullptr && stream->fd != nullptr; }
 
 }  // namespace
-}  // namespace jx
 
-extern "C" int32_t jx_insert(const void *data, uint32_t length, uint32_t offset,
-                             JxFile *stream) noexcept {
+int32_t insert_bytes(const void *data, uint32_t length, uint32_t offset, JxFile *stream) noexcept {
     if (data == nullptr) {
         return JX_ERR_PARAM1;
     }
-    if (!jx::usable(stream)) {
+    if (!usable(stream)) {
         return JX_ERR_PARAM4;
     }
-    return jx::run_edit(stream, {data, length, offset, 0}, length == 0 ? nullptr : jx::insert_body);
+    return run_edit(stream, {data, length, offset, 0}, length == 0 ? nullptr : insert_body);
 }
 
-extern "C" int32_t jx_delete(uint32_t count, uint32_t offset, JxFile *stream) noexcept {
+int32_t delete_bytes(uint32_t count, uint32_t offset, JxFile *stream) noexcept {
     if (count == 0) {
         return JX_OK;
     }
-    if (!jx::usable(stream)) {
+    if (!usable(stream)) {
         return JX_ERR_PARAM3;
     }
-    return jx::run_edit(stream, {nullptr, count, offset, 0}, jx::delete_body);
+    return run_edit(stream, {nullptr, count, offset, 0}, delete_body);
 }
 
-extern "C" int32_t jx_modify(const void *data, uint32_t length, uint32_t offset,
-                             uint32_t replaced_length, JxFile *stream) noexcept {
+int32_t modify_bytes(const void *data, uint32_t length, uint32_t offset, uint32_t replaced_length,
+                     JxFile *stream) noexcept {
     if (data == nullptr) {
         return JX_ERR_PARAM1;
     }
@@ -184,8 +179,10 @@ extern "C" int32_t jx_modify(const void *data, uint32_t length, uint32_t offset,
     if (replaced_length == 0) {
         return JX_ERR_PARAM4;
     }
-    if (!jx::usable(stream)) {
+    if (!usable(stream)) {
         return JX_ERR_PARAM5;
     }
-    return jx::run_edit(stream, {data, length, offset, replaced_length}, jx::modify_body);
+    return run_edit(stream, {data, length, offset, replaced_length}, modify_body);
 }
+
+}  // namespace jx

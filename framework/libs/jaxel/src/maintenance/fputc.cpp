@@ -2,8 +2,7 @@
 #include <cstdio>
 
 #include "frame/frame.h"
-#include "integrity/checksum.h"
-#include "jaxel.h"
+#include "maintenance/maintenance.h"
 #include "maintenance/side_file_rule.h"
 
 namespace jx {
@@ -37,15 +36,16 @@ int32_t refresh_side_file(const JxFile *stream) noexcept {
 }
 
 }  // namespace
-}  // namespace jx
 
-extern "C" int32_t jx_fputc(int c, JxFile *stream) noexcept {
+int32_t put_char(int c, JxFile *stream) noexcept {
     if (stream == nullptr || stream->fd == nullptr) {
         return JX_ERR_PARAM2;
     }
-    const jx::FileOperationLock lock(stream->file_no);
-    if (!jx::put_and_flush(c, stream)) {
+    const FileOperationLock lock(stream->file_no);
+    if (!put_and_flush(c, stream)) {
         return JX_ERR_WRITE;
     }
-    return jx::refresh_side_file(stream);
+    return refresh_side_file(stream);
 }
+
+}  // namespace jx

@@ -4,20 +4,24 @@
 #include "registry/reg_table.h"
 #include "registry/registry.h"
 
+namespace jx {
+
 RegItem *get_reg_inter_info(const char *name) noexcept {
-    if (jx::reg_table_fd() == -1) {
-        JX_LOG("%s not init.", jx::kRegTableName);
+    if (reg_table_fd() == -1) {
+        JX_LOG("%s not init.", kRegTableName);
         return nullptr;
     }
     // Reading the table's own record must not wait for a lock that the
     // caller may already hold on it.
-    std::optional<jx::TableLock> lock;
-    if (g_strcmp0(name, jx::kRegTablePath) != 0) {
+    std::optional<TableLock> lock;
+    if (g_strcmp0(name, kRegTablePath) != 0) {
         lock.emplace();
     }
-    jx::GPtr<RegItem> record(g_new0(RegItem, 1));
-    if (!jx_find_reg_group(jx::kRegTablePath, name, *record)) {
+    GPtr<RegItem> record(g_new0(RegItem, 1));
+    if (!jx_find_reg_group(kRegTablePath, name, *record)) {
         return nullptr;
     }
     return record.release();
 }
+
+}  // namespace jx

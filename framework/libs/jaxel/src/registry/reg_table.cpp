@@ -2,6 +2,7 @@
 
 #include "frame/frame.h"
 
+namespace jx {
 namespace {
 
 struct ModeLetter {
@@ -35,7 +36,7 @@ ProtectMode mode_of_group(const char *group) {
 
 void copy_paths(GKeyFile *table, const char *group, RegItem &out) {
     for (const PathKey &entry : kPathKeys) {
-        const jx::GPtr<gchar> value(g_key_file_get_string(table, group, entry.key, nullptr));
+        const GPtr<gchar> value(g_key_file_get_string(table, group, entry.key, nullptr));
         if (value) {
             g_strlcpy(out.*entry.field, value.get(), sizeof(out.*entry.field));
         }
@@ -43,19 +44,19 @@ void copy_paths(GKeyFile *table, const char *group, RegItem &out) {
 }
 
 bool registers(GKeyFile *table, const char *group, const char *src) {
-    const jx::GPtr<gchar> value(g_key_file_get_string(table, group, "src", nullptr));
+    const GPtr<gchar> value(g_key_file_get_string(table, group, "src", nullptr));
     return value && g_strcmp0(value.get(), src) == 0;
 }
 
 }  // namespace
 
 bool jx_find_reg_group(const char *table_path, const char *src, RegItem &out) noexcept {
-    const jx::KeyFilePtr table(jx_load_key_file(table_path));
+    const KeyFilePtr table(jx_load_key_file(table_path));
     if (!table) {
-        JX_LOG("jx_open_key_file(%s) failed.", jx::base_name(table_path));
+        JX_LOG("jx_open_key_file(%s) failed.", base_name(table_path));
         return false;
     }
-    const jx::StrvPtr groups(g_key_file_get_groups(table.get(), nullptr));
+    const StrvPtr groups(g_key_file_get_groups(table.get(), nullptr));
     if (!groups) {
         JX_LOG("g_key_file_get_groups failed.");
         return false;
@@ -75,3 +76,5 @@ bool jx_find_reg_group(const char *table_path, const char *src, RegItem &out) no
     }
     return false;
 }
+
+}  // namespace jx

@@ -1,4 +1,5 @@
-// What the other subsystems use of the registration table.
+// The registration table: its record of a file, its lookup and the loading of
+// key files. Uses only the frame.
 #pragma once
 
 #include <cstdint>
@@ -6,6 +7,8 @@
 #include <glib.h>
 
 #include "jaxel.h"
+
+namespace jx {
 
 // One group of the registration table, as a lookup yields it.
 struct RegItem {
@@ -27,7 +30,8 @@ GKeyFile *jx_load_key_file(const char *path) noexcept;
 // g_free; null when the file is not registered or the table cannot be read.
 RegItem *get_reg_inter_info(const char *name) noexcept;
 
-// Registers one configuration element for the module: paths by protect mode,
-// the table group (appended unless the file is listed), the list item, and the
-// repair of the working copy. 0 or an error code.
-int32_t jx_init_item(const JxItemCfg *element, const char *module_name) noexcept;
+// The text of the table group numbered `number` for record, as registration
+// appends it; g_malloc'd for the caller to g_free.
+gchar *reg_group_text(const RegItem &record, int number) noexcept;
+
+}  // namespace jx

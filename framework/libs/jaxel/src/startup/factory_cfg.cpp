@@ -2,10 +2,9 @@
 #include <unistd.h>
 
 #include "frame/frame.h"
-#include "frame/shell.h"
-#include "jaxel.h"
-#include "keyfile/keyfile.h"
+#include "recovery/recovery.h"
 #include "safestr.h"
+#include "startup/startup.h"
 
 namespace jx {
 namespace {
@@ -79,21 +78,20 @@ int32_t restore_file(const char *directory, const char *live) noexcept {
 }
 
 }  // namespace
-}  // namespace jx
 
 // Every F group of the table, whichever module registered it; the first failed
 // copy ends the walk and nothing before it is undone.
-extern "C" int32_t jx_recover_factory_cfg(const char *directory) noexcept {
+int32_t recover_factory_cfg(const char *directory) noexcept {
     if (directory == nullptr) {
         return JX_ERR_PARAM1;
     }
-    jx::RegTableKeyFile table;
+    RegTableKeyFile table;
     if (!table) {
         return JX_ERR_KEY_FILE;
     }
     int32_t result = JX_OK;
-    (void)jx::for_each_group_src(table.get(), jx::kFactoryGroupLetter, [&](const char *live) {
-        result = jx::restore_file(directory, live);
+    (void)for_each_group_src(table.get(), kFactoryGroupLetter, [&](const char *live) {
+        result = restore_file(directory, live);
         return result == JX_OK;
     });
     if (table.close() != JX_OK) {
@@ -101,3 +99,5 @@ extern "C" int32_t jx_recover_factory_cfg(const char *directory) noexcept {
     }
     return result;
 }
+
+}  // namespace jx

@@ -6,8 +6,6 @@
 #include <glib.h>
 
 #include "frame/frame.h"
-#include "frame/shell.h"
-#include "integrity/checksum.h"
 #include "integrity/integrity.h"
 #include "registry/registry.h"
 #include "safestr.h"
@@ -119,10 +117,9 @@ int32_t recover_cfg_with_check() noexcept {
         return JX_ERR_NO_MEMORY;
     }
     const UniqueFd fd(
-        io().open(table_path, O_RDWR | O_CREAT | O_CLOEXEC, jx_create_privilege(kTableModeCode)));
+        io().open(table_path, O_RDWR | O_CREAT | O_CLOEXEC, create_privilege(kTableModeCode)));
     if (!fd) {
-        const int e = errno;
-        JX_LOG("open (%s) failed: errno %d(%s).", kRegTableName, e, g_strerror(e));
+        JX_LOG_ERRNO("open ", kRegTableName);
         return JX_ERR_OPEN;
     }
     const TableLock lock(fd.get());
@@ -188,21 +185,21 @@ void remove_stash() noexcept {
 }
 
 }  // namespace
-}  // namespace jx
 
 // After a successful mkdir every way out removes the stash again.
 void jx_recover_factory_S_cfg() noexcept {
-    if (::access(jx::kRecoverPointPath, F_OK) != 0) {
+    if (::access(kRecoverPointPath, F_OK) != 0) {
         return;
     }
-    if (jx::io().run(jx::kMkdirArgv[0], jx::kMkdirArgv) != 0) {
+    if (io().run(kMkdirArgv[0], kMkdirArgv) != 0) {
         JX_LOG("create .JxCfg fail!\n");
         return;
     }
-    if (jx::unpack(jx::kRecoverPointPath) == JX_OK &&
-        (::access(jx::kRecoverPointCrcPath, F_OK) != 0 ||
-         jx::unpack(jx::kRecoverPointCrcPath) == JX_OK)) {
-        jx::restore_from_stash();
+    if (unpack(kRecoverPointPath) == JX_OK &&
+        (::access(kRecoverPointCrcPath, F_OK) != 0 || unpack(kRecoverPointCrcPath) == JX_OK)) {
+        restore_from_stash();
     }
-    jx::remove_stash();
+    remove_stash();
 }
+
+}  // namespace jx

@@ -5,7 +5,6 @@
 #include <glib.h>
 
 #include "frame/frame.h"
-#include "frame/module_list.h"
 #include "integrity/integrity.h"
 #include "registry/registry.h"
 #include "startup/startup.h"
@@ -23,7 +22,7 @@ int32_t open_table_lock() noexcept {
     if (reg_table_fd() != -1) {
         return JX_OK;
     }
-    const mode_t mode = jx_create_privilege(kTableModeCode);
+    const mode_t mode = create_privilege(kTableModeCode);
     set_reg_table_fd(io().open(kRegTablePath, O_RDWR | O_CREAT | O_CLOEXEC, mode));
     if (reg_table_fd() < 0) {
         const int e = errno;
@@ -33,8 +32,7 @@ int32_t open_table_lock() noexcept {
     }
     (void)io().chmod(kRegTablePath, mode);
     if (io().chown(kRegTablePath, static_cast<uid_t>(-1), kTableGroup) != 0) {
-        const int e = errno;
-        JX_LOG("chown on file(%s) failed: errno %d(%s).", kRegTablePath, e, g_strerror(e));
+        JX_LOG_ERRNO("chown on file", kRegTablePath);
     }
     return JX_OK;
 }
@@ -90,14 +88,12 @@ int32_t act_on_load_flag() noexcept {
     } else if (flag_holds(flag, kClearedWord)) {
         return JX_OK;
     }
-    return jx_factory_load_req(0) == JX_OK ? JX_OK : JX_ERR_LOAD_REQ;
+    return factory_load_req(0) == JX_OK ? JX_OK : JX_ERR_LOAD_REQ;
 }
 
 }  // namespace
-}  // namespace jx
 
-extern "C" int32_t jx_init_cfg(const JxItemCfg *cfg, int32_t count,
-                               const char *module_name) noexcept {
+int32_t init_cfg(const JxItemCfg *cfg, int32_t count, const char *module_name) noexcept {
     if (cfg == nullptr) {
         return JX_ERR_PARAM1;
     }
@@ -107,22 +103,24 @@ extern "C" int32_t jx_init_cfg(const JxItemCfg *cfg, int32_t count,
     if (module_name == nullptr) {
         return JX_ERR_PARAM3;
     }
-    int32_t rc = jx::reboot_guard(true);
+    int32_t rc = reboot_guard(true);
     if (rc == JX_OK) {
-        rc = jx::open_table_lock();
+        rc = open_table_lock();
     }
     if (rc != JX_OK) {
         return rc;
     }
-    const jx::TableLock table;
-    rc = jx::register_elements(cfg, count, module_name);
-    return rc != JX_OK ? rc : jx::act_on_load_flag();
+    const TableLock table;
+    rc = register_elements(cfg, count, module_name);
+    return rc != JX_OK ? rc : act_on_load_flag();
 }
 
-extern "C" int32_t jx_init(const JxItemCfg *cfg, int32_t count) noexcept {
-    const int32_t rc = jx_init_cfg(cfg, count, jx_get_module_name());
+int32_t init(const JxItemCfg *cfg, int32_t count) noexcept {
+    const int32_t rc = init_cfg(cfg, count, module_name());
     if (rc != JX_OK) {
         JX_LOG("jx_init_cfg failed: ret %d.", rc);
     }
     return rc;
 }
+
+}  // namespace jx

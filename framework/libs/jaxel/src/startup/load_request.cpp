@@ -1,22 +1,25 @@
 #include <unistd.h>
 
 #include "frame/frame.h"
-#include "jaxel.h"
+#include "integrity/integrity.h"
 #include "startup/startup.h"
 
+namespace jx {
 namespace {
 
 constexpr uint32_t kFactoryRequest = 1;
 
 }  // namespace
 
-extern "C" int32_t jx_factory_load_req(uint32_t request) noexcept {
-    const char *word = jx::kClearedWord;
+int32_t factory_load_req(uint32_t request) noexcept {
+    const char *word = kClearedWord;
     if (request == kFactoryRequest) {
-        if (::access(jx::kRecoverPointPath, F_OK) != 0) {
+        if (::access(kRecoverPointPath, F_OK) != 0) {
             return JX_ERR_NO_RECOVER_POINT;
         }
-        word = jx::kFactoryWord;
+        word = kFactoryWord;
     }
-    return jx_set_content(jx::kLoadCfgFlagPath, word, sizeof jx::kFactoryWord);
+    return set_content(kLoadCfgFlagPath, word, sizeof kFactoryWord);
 }
+
+}  // namespace jx

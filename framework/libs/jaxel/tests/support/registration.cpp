@@ -81,7 +81,7 @@ std::string register_for_test(const char *module, const JxItemCfg &cfg) {
         g_snprintf(item->package_path, sizeof item->package_path, "%s.tar.gz",
                    tier_path(1, module, cfg.short_name).c_str());
     }
-    jx_append_module_item(item);
+    jx::jx_append_module_item(item);
     return src;
 }
 

@@ -5,16 +5,19 @@
 #include <glib.h>
 
 #include "frame/frame.h"
-#include "jaxel.h"
+#include "integrity/integrity.h"
 
+namespace jx {
 namespace {
 
 constexpr mode_t kPackageMode = 0440;
 constexpr char kPackageSuffix[] = ".tar.gz";
 
+// The raw result of the failed call (-1) is what the caller gets, not a
+// library code: callers test for it.
 int32_t log_failure(const char *call, const char *path, int rc) noexcept {
     const int e = errno;
-    JX_LOG("%s(%s) failed: ret %d errno %d(%s)", call, jx::base_name(path), rc, e, g_strerror(e));
+    JX_LOG("%s(%s) failed: ret %d errno %d(%s)", call, base_name(path), rc, e, g_strerror(e));
     return rc;
 }
 
@@ -38,7 +41,7 @@ int32_t examine(const char *reference, const char *target, struct stat &ref,
 
 }  // namespace
 
-extern "C" int32_t jx_sync_privilege(const char *reference, const char *target) noexcept {
+int32_t sync_privilege(const char *reference, const char *target) noexcept {
     if (reference == nullptr || reference[0] == '\0') {
         return JX_ERR_PARAM1;
     }
@@ -55,22 +58,24 @@ extern "C" int32_t jx_sync_privilege(const char *reference, const char *target) 
         return rc;
     }
     if (ref.st_uid != tgt.st_uid || ref.st_gid != tgt.st_gid) {
-        rc = jx::io().chown(target, ref.st_uid, ref.st_gid);
+        rc = io().chown(target, ref.st_uid, ref.st_gid);
         if (rc != 0) {
             return log_failure("chown", target, rc);
         }
     }
     if (ref.st_mode != tgt.st_mode) {
-        rc = jx::io().chmod(target, ref.st_mode & 07777);
+        rc = io().chmod(target, ref.st_mode & 07777);
         if (rc != 0) {
             return log_failure("chmod", target, rc);
         }
     }
     if (g_str_has_suffix(target, kPackageSuffix)) {
-        rc = jx::io().chmod(target, kPackageMode);
+        rc = io().chmod(target, kPackageMode);
         if (rc != 0) {
             return log_failure("chmod", target, rc);
         }
     }
     return JX_OK;
 }
+
+}  // namespace jx

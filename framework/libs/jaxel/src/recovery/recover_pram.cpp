@@ -2,9 +2,9 @@
 #include <iterator>
 
 #include "frame/frame.h"
-#include "integrity/checksum.h"
-#include "integrity/recovery.h"
-#include "integrity/recovery_copies.h"
+#include "integrity/integrity.h"
+#include "recovery/recovery.h"
+#include "recovery/recovery_copies.h"
 #include "safestr.h"
 
 namespace jx {
@@ -46,19 +46,20 @@ void clear_broken_file(const char *src) noexcept {
 }
 
 }  // namespace
-}  // namespace jx
 
 int32_t jx_recover_dst_file_in_pram(const RegItem *item) noexcept {
     if (item == nullptr) {
         return JX_ERR_PARAM1;
     }
-    if (!jx::file_exists(item->src) && !jx::file_exists(item->dst)) {
+    if (!file_exists(item->src) && !file_exists(item->dst)) {
         return JX_ERR_NOT_FOUND;
     }
-    const jx::Path main_crc = jx::side_file_of(item->src);
+    const Path main_crc = side_file_of(item->src);
     const int32_t rc = jx_recover_by_crc(item->src, main_crc.c_str(), item->dst, item->crc);
     if (rc == JX_ERR_CRC) {
-        jx::clear_broken_file(item->src);
+        clear_broken_file(item->src);
     }
     return rc;
 }
+
+}  // namespace jx

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "integrity/integrity.h"
+#include "registry/registry.h"
 
 namespace jx {
 

@@ -1,7 +1,7 @@
 #include "frame/frame.h"
-#include "integrity/checksum.h"
-#include "integrity/recovery.h"
-#include "integrity/recovery_copies.h"
+#include "integrity/integrity.h"
+#include "recovery/recovery.h"
+#include "recovery/recovery_copies.h"
 
 namespace jx {
 namespace {
@@ -45,7 +45,6 @@ int32_t recover_save_copies(const RegItem *item) noexcept {
 }
 
 }  // namespace
-}  // namespace jx
 
 int32_t jx_recover_dst_file_in_fs(const RegItem *item) noexcept {
     if (item == nullptr) {
@@ -53,11 +52,13 @@ int32_t jx_recover_dst_file_in_fs(const RegItem *item) noexcept {
     }
     // Items without a backup (C) only need their durable copy to be there.
     if (item->bak[0] == '\0') {
-        return jx::file_exists(item->dst) ? JX_OK : JX_ERR_NOT_FOUND;
+        return file_exists(item->dst) ? JX_OK : JX_ERR_NOT_FOUND;
     }
-    const int32_t rc = jx::recover_save_copies(item);
+    const int32_t rc = recover_save_copies(item);
     if (rc != JX_OK && rc != JX_ERR_NOT_FOUND) {
         JX_LOG("jx_recover_dst_file_in_fs failed: ret %d.", rc);
     }
     return rc;
 }
+
+}  // namespace jx

@@ -1,10 +1,8 @@
 #include <unistd.h>
 
 #include "frame/frame.h"
-#include "integrity/checksum.h"
-#include "integrity/recovery.h"
-#include "jaxel.h"
-#include "keyfile/keyfile.h"
+#include "integrity/integrity.h"
+#include "recovery/recovery.h"
 #include "registry/registry.h"
 
 namespace jx {
@@ -30,21 +28,20 @@ GPtr<RegItem> lookup_or_log(const char *path) noexcept {
 }
 
 }  // namespace
-}  // namespace jx
 
-extern "C" void ram_check_update(int mode) noexcept {
-    if (mode < 0 || mode >= static_cast<int>(G_N_ELEMENTS(jx::kModeWalks))) {
+void ram_check_update(int mode) noexcept {
+    if (mode < 0 || mode >= static_cast<int>(G_N_ELEMENTS(kModeWalks))) {
         JX_LOG("[%s]%d param mismatch\n", "ram_check_update", __LINE__);
         return;
     }
-    const jx::ModeWalk walk = jx::kModeWalks[mode];
-    const jx::RegTableKeyFile table;
+    const ModeWalk walk = kModeWalks[mode];
+    const RegTableKeyFile table;
     if (!table) {
         return;
     }
-    (void)jx::for_each_group_src(table.get(), walk.letter, [&](const char *src) {
+    (void)for_each_group_src(table.get(), walk.letter, [&](const char *src) {
         if (walk.refresh && ::access(src, F_OK) == 0) {
-            (void)jx::ram_check(src);
+            (void)ram_check(src);
         }
         return true;
     });
@@ -52,16 +49,16 @@ extern "C" void ram_check_update(int mode) noexcept {
 
 // A sound ".bak" pair ends the check; the main file is looked at only when the
 // backup is not.
-extern "C" int32_t jx_check_recovery_rambak(const char *path) noexcept {
+int32_t check_recovery_rambak(const char *path) noexcept {
     if (path == nullptr) {
         return JX_ERR_PARAM1;
     }
-    const jx::Path backup = jx::make_path({path, jx::kBackupSuffix});
-    const jx::Path backup_crc = jx::side_file_of(backup.c_str());
+    const Path backup = make_path({path, kBackupSuffix});
+    const Path backup_crc = side_file_of(backup.c_str());
     if (is_file_valid(backup.c_str(), backup_crc.c_str()) == 1) {
         return JX_OK;
     }
-    const jx::GPtr<RegItem> record = jx::lookup_or_log(path);
+    const GPtr<RegItem> record = lookup_or_log(path);
     if (!record) {
         return JX_ERR_NOT_REGISTERED;
     }
@@ -72,13 +69,15 @@ extern "C" int32_t jx_check_recovery_rambak(const char *path) noexcept {
     return rc;
 }
 
-extern "C" int32_t jx_recovery_flash_bak(const char *path) noexcept {
+int32_t recovery_flash_bak(const char *path) noexcept {
     if (path == nullptr) {
         return JX_ERR_PARAM1;
     }
-    const jx::GPtr<RegItem> record = jx::lookup_or_log(path);
+    const GPtr<RegItem> record = lookup_or_log(path);
     if (!record) {
         return JX_ERR_NOT_REGISTERED;
     }
     return jx_recover_by_crc(record->dst, record->crc, record->bak, record->bakcrc);
 }
+
+}  // namespace jx

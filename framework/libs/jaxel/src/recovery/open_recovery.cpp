@@ -2,10 +2,8 @@
 #include <sys/stat.h>
 
 #include "frame/frame.h"
-#include "integrity/checksum.h"
 #include "integrity/integrity.h"
-#include "integrity/recovery.h"
-#include "jaxel.h"
+#include "recovery/recovery.h"
 
 namespace jx {
 namespace {
@@ -48,7 +46,7 @@ int32_t rebuild_ram_copy(const RegItem *item, Entry entry) noexcept {
         log_copy_failure(entry, rc, item);
         return rc;
     }
-    rc = jx_sync_privilege(item->dst, item->src);
+    rc = sync_privilege(item->dst, item->src);
     if (rc != JX_OK) {
         JX_LOG("sync privilege failed, file:%s", base_name(item->dst));
         return rc;
@@ -58,13 +56,13 @@ int32_t rebuild_ram_copy(const RegItem *item, Entry entry) noexcept {
 
 // Failures here are reported but do not fail the registration.
 void share_privilege(const char *src, const char *target) noexcept {
-    if (jx_sync_privilege(src, target) != JX_OK) {
+    if (sync_privilege(src, target) != JX_OK) {
         JX_LOG("sync privilege failed, file:%s", base_name(src));
     }
 }
 
 void apply_registered_privilege(const RegItem *item) noexcept {
-    jx_set_privilege(item->src, item->privilege);
+    set_privilege(item->src, item->privilege);
     const Path side = side_file_of(item->src);
     share_privilege(item->src, side.c_str());
     (void)io().chmod(side.c_str(), S_IRUSR | S_IWUSR);
@@ -76,19 +74,18 @@ void apply_registered_privilege(const RegItem *item) noexcept {
 }
 
 }  // namespace
-}  // namespace jx
 
 int32_t jx_file_recover_by_name(const char *name, const RegItem *item) noexcept {
     if (item == nullptr) {
-        JX_LOG("(%s) not found in fsync_reg.ini.", jx::base_name(name));
+        JX_LOG("(%s) not found in fsync_reg.ini.", base_name(name));
         return JX_ERR_NOT_REGISTERED;
     }
     const int32_t rc = jx_recover_dst_file(item);
     if (rc != JX_OK) {
-        JX_LOG("jx_recover_dst_file(%s) failed: ret %d.", jx::base_name(name), rc);
+        JX_LOG("jx_recover_dst_file(%s) failed: ret %d.", base_name(name), rc);
         return rc;
     }
-    return jx::rebuild_ram_copy(item, jx::Entry::kOpen);
+    return rebuild_ram_copy(item, Entry::kOpen);
 }
 
 int32_t jx_file_recover(const RegItem *item) noexcept {
@@ -105,11 +102,13 @@ int32_t jx_file_recover(const RegItem *item) noexcept {
             JX_LOG("jx_recover_dst_file failed: ret %d.", rc);
             return rc;
         }
-        rc = jx::rebuild_ram_copy(item, jx::Entry::kRegistration);
+        rc = rebuild_ram_copy(item, Entry::kRegistration);
         if (rc != JX_OK) {
             return rc;
         }
     }
-    jx::apply_registered_privilege(item);
+    apply_registered_privilege(item);
     return JX_OK;
 }
+
+}  // namespace jx

@@ -1,9 +1,9 @@
 #include <cstring>
 
 #include "frame/frame.h"
-#include "integrity/checksum.h"
-#include "integrity/recovery.h"
-#include "integrity/recovery_copies.h"
+#include "integrity/integrity.h"
+#include "recovery/recovery.h"
+#include "recovery/recovery_copies.h"
 
 namespace jx {
 namespace {
@@ -86,8 +86,6 @@ int32_t reconcile_copies(const CopyPaths &paths, const CopySet &copies) noexcept
     return JX_ERR_CRC;
 }
 
-}  // namespace jx
-
 int32_t jx_recover_by_crc(const char *main, const char *main_crc, const char *bak,
                           const char *bak_crc) noexcept {
     const char *const arguments[] = {main, main_crc, bak, bak_crc};
@@ -96,6 +94,7 @@ int32_t jx_recover_by_crc(const char *main, const char *main_crc, const char *ba
             return JX_ERR_PARAM1 + position;
         }
     }
-    const jx::CopyPaths paths{main, main_crc, bak, bak_crc};
-    return jx::reconcile_copies(paths, jx::read_copies(paths));
+    const CopyPaths paths{main, main_crc, bak, bak_crc};
+    return reconcile_copies(paths, read_copies(paths));
 }
+}  // namespace jx

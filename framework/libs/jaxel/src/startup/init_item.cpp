@@ -3,13 +3,11 @@
 #include <cstring>
 #include <unistd.h>
 
-#include <glib/gprintf.h>
-
 #include "frame/frame.h"
-#include "frame/module_list.h"
-#include "integrity/recovery.h"
+#include "recovery/recovery.h"
 #include "registry/registry.h"
 #include "safestr.h"
+#include "startup/startup.h"
 
 namespace jx {
 namespace {
@@ -32,7 +30,7 @@ constexpr TierSuffix kStaleCompanions[] = {
 
 Path tier_path(const JxItemCfg &element, const char *module_name, uint32_t tier) noexcept {
     Path path;
-    jx_get_file_path(element.short_name, module_name, tier, path.text, sizeof path.text);
+    file_path_of(element.short_name, module_name, tier, path.text, sizeof path.text);
     return path;
 }
 
@@ -121,29 +119,6 @@ bool table_lists(GKeyFile *table, gchar **groups, const RegItem &record) noexcep
     return false;
 }
 
-void print_group(FILE *table, const RegItem &r, int number) noexcept {
-    switch (r.protect_mode) {
-    case JX_PROTECT_R:
-        g_fprintf(table, "[R%d]\ndst=%s\nsrc=%s\nbak=%s\ncrc=%s\nbakcrc=%s\n", number, r.dst, r.src,
-                  r.dst, r.crc, r.crc);
-        break;
-    case JX_PROTECT_C: g_fprintf(table, "[C%d]\ndst=%s\nsrc=%s\n", number, r.dst, r.src); break;
-    case JX_PROTECT_E:
-    case JX_PROTECT_S:
-        g_fprintf(table, "[%c%d]\ndst=%s\nsrc=%s\nbak=%s\ncrc=%s\nbakcrc=%s\n",
-                  r.protect_mode == JX_PROTECT_E ? 'E' : 'S', number, r.dst, r.src, r.bak, r.crc,
-                  r.bakcrc);
-        break;
-    case JX_PROTECT_P: g_fprintf(table, "[P%d]\ndst=%s\nsrc=%s\n", number, r.dst, r.src); break;
-    default: g_fprintf(table, "[F%d]\nsrc=%s\n", number, r.src); break;
-    }
-    g_fprintf(table, "privilege=%llu\n", static_cast<unsigned long long>(r.privilege));
-    if (r.callback_obj != nullptr && r.callback_method != nullptr) {
-        g_fprintf(table, "callback_obj=%s\ncallback_method=%s\n", r.callback_obj,
-                  r.callback_method);
-    }
-}
-
 // Appends under the table lock that start-up holds. The append is synced: a
 // group lost to a power cut would leave a working file that nothing protects.
 int32_t append_group(const RegItem &record, int number) noexcept {
@@ -152,10 +127,11 @@ int32_t append_group(const RegItem &record, int number) noexcept {
         JX_LOG("g_fopen %s failed.", kRegTableName);
         return JX_ERR_OPEN;
     }
-    print_group(table.get(), record, number);
-    if (io().fflush(table.get()) != 0 || io().fsync(fileno(table.get())) != 0) {
-        const int e = errno;
-        JX_LOG("sync %s failed: errno %d(%s).", kRegTableName, e, g_strerror(e));
+    const GPtr<gchar> text(reg_group_text(record, number));
+    const std::size_t length = std::strlen(text.get());
+    if (io().fwrite(text.get(), 1, length, table.get()) != length ||
+        io().fflush(table.get()) != 0 || io().fsync(fileno(table.get())) != 0) {
+        JX_LOG_ERRNO_SPACED("sync", kRegTableName);
         return JX_ERR_WRITE;
     }
     return JX_OK;
@@ -221,7 +197,6 @@ int32_t repair_working_copy(const JxItemCfg &element, const RegItem &record) noe
 }
 
 }  // namespace
-}  // namespace jx
 
 int32_t jx_init_item(const JxItemCfg *element, const char *module_name) noexcept {
     if (element == nullptr || element->short_name == nullptr || module_name == nullptr) {
@@ -229,18 +204,20 @@ int32_t jx_init_item(const JxItemCfg *element, const char *module_name) noexcept
     }
     RegItem record{};
     if (element->protect_mode == JX_PROTECT_C || element->protect_mode == JX_PROTECT_F) {
-        jx::remove_stale_companions(*element, module_name);
+        remove_stale_companions(*element, module_name);
     }
     if (element->protect_mode > JX_PROTECT_F) {
         return JX_ERR_PROTECT_MODE;
     }
-    int32_t rc = jx::create_reg_item_info(*element, module_name, record);
+    int32_t rc = create_reg_item_info(*element, module_name, record);
     if (rc == JX_OK) {
-        rc = jx::fsync_register_inter(record);
+        rc = fsync_register_inter(record);
     }
     if (rc != JX_OK) {
         return rc;
     }
-    jx::add_module_item(*element, module_name);
-    return jx::repair_working_copy(*element, record);
+    add_module_item(*element, module_name);
+    return repair_working_copy(*element, record);
 }
+
+}  // namespace jx

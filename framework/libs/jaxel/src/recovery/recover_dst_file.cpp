@@ -1,8 +1,8 @@
 #include <iterator>
 
 #include "frame/frame.h"
-#include "integrity/recovery.h"
 #include "pflash.h"
+#include "recovery/recovery.h"
 
 namespace jx {
 namespace {
@@ -46,15 +46,16 @@ constexpr Branch kBranches[] = {
 constexpr ProtectMode kModeCount = std::size(kBranches);
 
 }  // namespace
-}  // namespace jx
 
 int32_t jx_recover_dst_file(const RegItem *item) noexcept {
     if (item == nullptr) {
         return JX_ERR_PARAM1;
     }
-    if (item->protect_mode >= jx::kModeCount) {
+    if (item->protect_mode >= kModeCount) {
         JX_LOG("unsupported protect mode: %d.", static_cast<int>(item->protect_mode));
         return JX_ERR_PROTECT_MODE;
     }
-    return jx::kBranches[item->protect_mode](item);
+    return kBranches[item->protect_mode](item);
 }
+
+}  // namespace jx

@@ -1,8 +1,5 @@
 #include "frame/frame.h"
-#include "integrity/recovery.h"
-#include "jaxel.h"
-#include "keyfile/keyfile.h"
-#include "registry/registry.h"
+#include "recovery/recovery.h"
 
 namespace jx {
 namespace {
@@ -22,41 +19,41 @@ GKeyFile *load_checked(const char *path, const RegItem *record) noexcept {
 
 }  // namespace
 
+GKeyFile *open_key_file(const char *path, int fd, int hold) noexcept {
+    if (!has_prefix(path, kPramDir) || fd == -1) {
+        return nullptr;
+    }
+    // The lookup takes the table lock itself, so it must come before fd is
+    // locked: fd may be the table's own descriptor.
+    const GPtr<RegItem> record(get_reg_inter_info(path));
+    lock_fd(fd);
+    GKeyFile *key = load_checked(path, record.get());
+    if (hold == 0 || key == nullptr) {
+        unlock_fd(fd);
+    }
+    return key;
+}
+
+int32_t close_key_file(GKeyFile *key, int fd, int hold) noexcept {
+    if (key == nullptr) {
+        return JX_ERR_PARAM1;
+    }
+    g_key_file_free(key);
+    if (hold != 0) {
+        unlock_fd(fd);
+    }
+    return JX_OK;
+}
+
 RegTableKeyFile::RegTableKeyFile() noexcept
-    : fd_(reg_table_fd()), key_(jx_open_key_file(kRegTablePath, fd_, 0)) {}
+    : fd_(reg_table_fd()), key_(open_key_file(kRegTablePath, fd_, 0)) {}
 
 RegTableKeyFile::~RegTableKeyFile() { (void)close(); }
 
 int32_t RegTableKeyFile::close() noexcept {
     GKeyFile *key = key_;
     key_ = nullptr;
-    return jx_close_key_file(key, fd_, 0);
+    return close_key_file(key, fd_, 0);
 }
 
 }  // namespace jx
-
-extern "C" GKeyFile *jx_open_key_file(const char *path, int fd, int hold) noexcept {
-    if (!jx::has_prefix(path, jx::kPramDir) || fd == -1) {
-        return nullptr;
-    }
-    // The lookup takes the table lock itself, so it must come before fd is
-    // locked: fd may be the table's own descriptor.
-    const jx::GPtr<RegItem> record(get_reg_inter_info(path));
-    jx::lock_fd(fd);
-    GKeyFile *key = jx::load_checked(path, record.get());
-    if (hold == 0 || key == nullptr) {
-        jx::unlock_fd(fd);
-    }
-    return key;
-}
-
-extern "C" int32_t jx_close_key_file(GKeyFile *key, int fd, int hold) noexcept {
-    if (key == nullptr) {
-        return JX_ERR_PARAM1;
-    }
-    g_key_file_free(key);
-    if (hold != 0) {
-        jx::unlock_fd(fd);
-    }
-    return JX_OK;
-}

@@ -1,0 +1,19 @@
+// The exported calls of the managed key files.
+#include "keyfile/keyfile.h"
+#include "recovery/recovery.h"
+
+extern "C" GKeyFile *jx_open_key_file(const char *path, int fd, int hold) noexcept {
+    return jx::open_key_file(path, fd, hold);
+}
+
+extern "C" int32_t jx_close_key_file(GKeyFile *key, int fd, int hold) noexcept {
+    return jx::close_key_file(key, fd, hold);
+}
+
+extern "C" int32_t jx_writeback_key_file(GKeyFile *key, const char *path) noexcept {
+    return jx::writeback_key_file(key, path);
+}
+
+extern "C" int jx_key_file_string_valid(const char *s) noexcept {
+    return jx::key_file_string_valid(s);
+}
