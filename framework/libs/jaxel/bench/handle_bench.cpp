@@ -1,31 +1,30 @@
+#include <set>
 #include <string>
+#include <vector>
 
 #include <benchmark/benchmark.h>
 
 #include "jaxel.h"
-#include "registry/registry.h"
-#include "support/registration.h"
+#include "support/builders.h"
 #include "support/sandbox.h"
 
 namespace {
 
-JxItemCfg config(const char *short_name, uint32_t mode) {
-    JxItemCfg cfg{};
-    cfg.short_name = short_name;
-    cfg.protect_mode = mode;
-    cfg.privilege = 0x644;
-    return cfg;
-}
-
 // A protected write rebuilds, digests twice and rewrites the whole file, so its
 // cost follows the file size, not the size of the write.
 void BM_ProtectedAppend(benchmark::State &state) {
-    jx::test::reset_sandbox();
-    jx_set_module_name("bench");
-    jx::test::register_for_test("bench", config("data", JX_PROTECT_E));
+    const std::string name = "data" + std::to_string(state.range(0));
     const std::string existing(static_cast<std::size_t>(state.range(0)), 'd');
-    jx::test::write_file("/opt/ulx/pram/bench_data", existing);
-    JxFile *file = jx_fopen("data", "r+");
+    static std::set<std::string> registered;
+    if (registered.insert(name).second) {
+        jx::test::write_file(jx::test::tier_path("bench", name.c_str()), existing);
+        jx::test::register_items("bench", {jx::test::item_cfg(name.c_str(), JX_PROTECT_E)});
+    }
+    JxFile *file = jx_fopen(name.c_str(), "r+");
+    if (file == nullptr) {
+        state.SkipWithError("cannot open the file");
+        return;
+    }
     const char record[] = "0123456789abcdef";
     for (auto _ : state) {
         benchmark::DoNotOptimize(jx_fwrite(record, 1, sizeof record - 1, file));
@@ -38,22 +37,33 @@ void BM_ProtectedAppend(benchmark::State &state) {
 }
 BENCHMARK(BM_ProtectedAppend)->Arg(4096)->Arg(1 << 20);
 
-// Every open and flush reads the registration table; this is its cost for a
-// controller with many registered files.
-void BM_TableLookup(benchmark::State &state) {
-    jx::test::reset_sandbox();
-    const int files = static_cast<int>(state.range(0));
-    std::string last;
-    for (int i = 0; i < files; ++i) {
-        const std::string name = "file" + std::to_string(i);
-        last = jx::test::register_for_test("bench", config(name.c_str(), JX_PROTECT_E));
+// Every open reads the registration table; this is the cost of opening and
+// closing one file for a controller with many registered files.
+// The table is not wiped between runs: the process keeps its registrations, so
+// each table size registers names of its own and a repeated run adds nothing.
+void BM_OpenClose(benchmark::State &state) {
+    std::vector<std::string> names;
+    for (int i = 0; i < state.range(0); ++i) {
+        names.push_back("g" + std::to_string(state.range(0)) + "_" + std::to_string(i));
+    }
+    std::vector<JxItemCfg> items;
+    for (const std::string &name : names) {
+        jx::test::write_file(jx::test::tier_path("bench", name.c_str()), "x");
+        items.push_back(jx::test::item_cfg(name.c_str(), JX_PROTECT_E));
+    }
+    if (jx::test::register_items("bench", items) != JX_OK) {
+        state.SkipWithError("registration failed");
+        return;
     }
     for (auto _ : state) {
-        RegItem *record = get_reg_inter_info(last.c_str());
-        benchmark::DoNotOptimize(record);
-        g_free(record);
+        JxFile *file = jx_fopen(names.back().c_str(), "r");
+        if (file == nullptr) {
+            state.SkipWithError("cannot open the file");
+            break;
+        }
+        jx_fclose(file);
     }
 }
-BENCHMARK(BM_TableLookup)->Arg(16)->Arg(256);
+BENCHMARK(BM_OpenClose)->Arg(10)->Arg(1000);
 
 }  // namespace
