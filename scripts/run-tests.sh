@@ -2,10 +2,11 @@
 # Builds everything and runs the whole test suite with its quality gates:
 # formatting and the layering of the subsystems, static analysis, a leak check under valgrind, the suite under
 # AddressSanitizer + UndefinedBehaviorSanitizer, the threaded tests under
-# ThreadSanitizer, the armhf cross build under qemu, and last the plain suite,
-# whose CTest summary closes the run. Any finding fails the run.
+# ThreadSanitizer, the armhf cross build under qemu, the seeded faults that the
+# suite must catch, and last the plain suite, whose CTest summary closes the
+# run. Any finding fails the run.
 # usage: run-tests.sh [STAGE...]
-#   stages: format build analyze leaks sanitizers armhf test (default: all, in this order)
+#   stages: format build analyze leaks sanitizers armhf faults test (default: all, in this order)
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/ci/lib.sh
@@ -17,7 +18,7 @@ build_stage() {
   configure_and_build "$plain" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
 }
 
-[ $# -gt 0 ] || set -- format build analyze leaks sanitizers armhf test
+[ $# -gt 0 ] || set -- format build analyze leaks sanitizers armhf faults test
 for stage in "$@"; do
   case $stage in
   format) banner "formatting and layers" && scripts/check-format.sh && scripts/check-layers.sh ;;
@@ -26,6 +27,7 @@ for stage in "$@"; do
   leaks) scripts/check-leaks.sh "$plain" ;;
   sanitizers) scripts/test-sanitizers.sh ;;
   armhf) scripts/test-armhf.sh ;;
+  faults) banner "seeded faults" && scripts/seed-faults.sh -j"$JOBS" ;;
   test)
     banner "plain build: whole suite"
     ctest --test-dir "$plain" -j"$JOBS" --output-on-failure --timeout 300 --no-tests=error
