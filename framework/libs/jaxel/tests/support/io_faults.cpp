@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <type_traits>
 #include <unistd.h>
 
 #include "frame/io.h"
@@ -34,47 +35,32 @@ bool trip(Call call) {
     return false;
 }
 
-int err_of(Call call) { return g_rules[static_cast<int>(call)].err; }
+// Flash calls report a failure as the negated errno.
+constexpr int kNegatedErrno = 1 << 30;
 
-int open_(const char *p, int f, mode_t m) { return trip(Call::kOpen) ? -1 : g_saved.open(p, f, m); }
-FILE *fopen_(const char *p, const char *m) {
-    return trip(Call::kFopen) ? nullptr : g_saved.fopen(p, m);
-}
-size_t fwrite_(const void *d, size_t s, size_t n, FILE *f) {
-    return trip(Call::kFwrite) ? 0 : g_saved.fwrite(d, s, n, f);
-}
-int fputc_(int c, FILE *f) { return trip(Call::kFputc) ? EOF : g_saved.fputc(c, f); }
-int fflush_(FILE *f) { return trip(Call::kFflush) ? EOF : g_saved.fflush(f); }
-int fsync_(int fd) { return trip(Call::kFsync) ? -1 : g_saved.fsync(fd); }
-int ftruncate_(int fd, off_t l) { return trip(Call::kFtruncate) ? -1 : g_saved.ftruncate(fd, l); }
-int unlink_(const char *p) { return trip(Call::kUnlink) ? -1 : g_saved.unlink(p); }
-int chmod_(const char *p, mode_t m) { return trip(Call::kChmod) ? -1 : g_saved.chmod(p, m); }
-int fchmod_(int fd, mode_t m) { return trip(Call::kFchmod) ? -1 : g_saved.fchmod(fd, m); }
-int chown_(const char *p, uid_t u, gid_t g) {
-    return trip(Call::kChown) ? -1 : g_saved.chown(p, u, g);
-}
-int fchown_(int fd, uid_t u, gid_t g) {
-    return trip(Call::kFchown) ? -1 : g_saved.fchown(fd, u, g);
-}
-int flock_(int fd, int op) { return trip(Call::kFlock) ? -1 : g_saved.flock(fd, op); }
-int run_(const char *p, char *const argv[]) { return trip(Call::kRun) ? 1 : g_saved.run(p, argv); }
-void delay_(uint32_t units) {
-    (void)trip(Call::kDelay);
-    g_saved.delay(units);
-}
-void *pflash_open_(const char *p, int f) {
-    return trip(Call::kPflashOpen) ? nullptr : g_saved.pflash_open(p, f);
-}
-int pflash_write_(void *h, const void *b, uint32_t l) {
-    return trip(Call::kPflashWrite) ? -err_of(Call::kPflashWrite) : g_saved.pflash_write(h, b, l);
-}
-int pflash_get_contents_(void *h, char **b, uint32_t *l) {
-    return trip(Call::kPflashGetContents) ? -err_of(Call::kPflashGetContents)
-                                          : g_saved.pflash_get_contents(h, b, l);
-}
-int pflash_recover_(const char *p) {
-    return trip(Call::kPflashRecover) ? -err_of(Call::kPflashRecover)
-                                      : g_saved.pflash_recover_file(p);
+template <Call kCall, auto kField, int kFailure, typename Fn>
+struct Hook;
+
+template <Call kCall, auto kField, int kFailure, typename R, typename... A>
+struct Hook<kCall, kField, kFailure, R (*)(A...)> {
+    static R call(A... args) {
+        const bool failed = trip(kCall);
+        if constexpr (std::is_void_v<R>) {
+            (g_saved.*kField)(args...);
+        } else if constexpr (std::is_pointer_v<R>) {
+            return failed ? nullptr : (g_saved.*kField)(args...);
+        } else {
+            const R failure = kFailure == kNegatedErrno ? -g_rules[static_cast<int>(kCall)].err
+                                                        : static_cast<R>(kFailure);
+            return failed ? failure : (g_saved.*kField)(args...);
+        }
+    }
+};
+
+template <Call kCall, auto kField, int kFailure = -1>
+void hook() {
+    io().*kField =
+        Hook<kCall, kField, kFailure, std::remove_reference_t<decltype(io().*kField)>>::call;
 }
 
 }  // namespace
@@ -86,26 +72,28 @@ IoFaults::IoFaults() {
         rule.fail_at = rule.err = rule.crash_at = 0;
         rule.sticky = false;
     }
-    Io &live = io();
-    live.open = open_;
-    live.fopen = fopen_;
-    live.fwrite = fwrite_;
-    live.fputc = fputc_;
-    live.fflush = fflush_;
-    live.fsync = fsync_;
-    live.ftruncate = ftruncate_;
-    live.unlink = unlink_;
-    live.chmod = chmod_;
-    live.fchmod = fchmod_;
-    live.chown = chown_;
-    live.fchown = fchown_;
-    live.flock = flock_;
-    live.run = run_;
-    live.delay = delay_;
-    live.pflash_open = pflash_open_;
-    live.pflash_write = pflash_write_;
-    live.pflash_get_contents = pflash_get_contents_;
-    live.pflash_recover_file = pflash_recover_;
+    hook<Call::kOpen, &Io::open>();
+    hook<Call::kFopen, &Io::fopen>();
+    hook<Call::kFwrite, &Io::fwrite, 0>();
+    hook<Call::kFputc, &Io::fputc>();
+    hook<Call::kFflush, &Io::fflush>();
+    hook<Call::kFsync, &Io::fsync>();
+    hook<Call::kFtruncate, &Io::ftruncate>();
+    hook<Call::kUnlink, &Io::unlink>();
+    hook<Call::kChmod, &Io::chmod>();
+    hook<Call::kFchmod, &Io::fchmod>();
+    hook<Call::kChown, &Io::chown>();
+    hook<Call::kFchown, &Io::fchown>();
+    hook<Call::kFlock, &Io::flock>();
+    hook<Call::kRun, &Io::run, 1>();
+    hook<Call::kDelay, &Io::delay>();
+    hook<Call::kPflashOpen, &Io::pflash_open>();
+    hook<Call::kPflashWrite, &Io::pflash_write, kNegatedErrno>();
+    hook<Call::kPflashGetContents, &Io::pflash_get_contents, kNegatedErrno>();
+    hook<Call::kPflashRecover, &Io::pflash_recover_file, kNegatedErrno>();
+    hook<Call::kFclose, &Io::fclose>();
+    hook<Call::kClose, &Io::close>();
+    hook<Call::kFseek, &Io::fseek>();
 }
 
 IoFaults::~IoFaults() {

@@ -25,6 +25,9 @@ enum class Call {
     kPflashWrite,
     kPflashGetContents,
     kPflashRecover,
+    kFclose,
+    kClose,
+    kFseek,
     kCount
 };
 

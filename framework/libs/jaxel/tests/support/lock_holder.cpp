@@ -25,9 +25,7 @@ void report_first_delay(uint32_t units) {
 bool lock_free_now(const std::string &path) {
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     const bool free = fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) == 0;
-    if (fd >= 0) {
-        close(fd);
-    }
+    (void)(fd >= 0 && close(fd));
     return free;
 }
 
@@ -46,6 +44,11 @@ bool lock_free_now(const std::string &path) {
     _exit(sent ? 0 : 1);
 }
 
+bool exited_cleanly(pid_t child) {
+    int status = 0;
+    return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
 }  // namespace
 
 LockHolder::LockHolder(const std::string &path) {
@@ -58,11 +61,8 @@ LockHolder::LockHolder(const std::string &path) {
     if (child_ == 0) {
         const int fd = open(path.c_str(), O_RDONLY);
         char c = 0;
-        if (fd < 0 || flock(fd, LOCK_EX) != 0 || write(to_parent[1], "L", 1) != 1 ||
-            read(to_child[0], &c, 1) != 1) {
-            _exit(1);
-        }
-        _exit(0);  // exiting releases the lock
+        const bool held = fd >= 0 && flock(fd, LOCK_EX) == 0 && write(to_parent[1], "L", 1) == 1;
+        _exit(held && read(to_child[0], &c, 1) == 1 ? 0 : 1);  // exiting releases the lock
     }
     close(to_child[0]);
     close(to_parent[1]);
@@ -78,18 +78,13 @@ bool LockHolder::release() {
     }
     const bool told = write(to_child_, "G", 1) == 1;
     close(to_child_);
-    int status = 0;
-    const bool waited = waitpid(child_, &status, 0) == child_;
+    const bool clean = exited_cleanly(child_);
     child_ = -1;
     held_ = false;
-    return told && waited && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return told && clean;
 }
 
-LockHolder::~LockHolder() {
-    if (child_ > 0) {
-        (void)release();
-    }
-}
+LockHolder::~LockHolder() { (void)release(); }
 
 LockWait call_under_lock(const std::string &path, const std::function<int32_t()> &call) {
     LockWait outcome;
@@ -104,22 +99,19 @@ LockWait call_under_lock(const std::string &path, const std::function<int32_t()>
         run_caller(report[1], path, call);
     }
     close(report[1]);
-    char first = 0;
     // A call that returns without polling reports "R" first and fails the check.
-    const bool waited = read(report[0], &first, 1) == 1 && first == 'W';
-    (void)holder.release();
     char tag = 0;
-    if (waited && !(read(report[0], &tag, 1) == 1 && tag == 'R')) {
+    const bool waited = read(report[0], &tag, 1) == 1 && tag == 'W';
+    (void)holder.release();
+    if (waited && read(report[0], &tag, 1) != 1) {
         tag = 0;
     }
-    if (tag == 'R' || first == 'R') {
+    if (tag == 'R') {
         (void)read(report[0], &outcome, sizeof outcome);
     }
     close(report[0]);
-    int status = 0;
-    (void)waitpid(caller, &status, 0);
+    outcome.ran = exited_cleanly(caller) && outcome.ran;
     outcome.waited = waited;
-    outcome.ran = outcome.ran && WIFEXITED(status) && WEXITSTATUS(status) == 0;
     return outcome;
 }
 
