@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <tuple>
 #include <unistd.h>
 
 #include "support/builders.h"
@@ -52,15 +51,15 @@ TEST_F(HandleTest, OpenModesRefuseClearOrKeep) {
     };
     for (const auto &[name, mode, rebooting, opens, clears, message] : rows) {
         write_file(kData, "old");
-        write_file(kData + ".sha256", side_file_text("old") + "\n");  // still matches "old"
+        const std::string side = side_file_text("old") + "\n";  // still matches "old"
+        write_file(kData + ".sha256", side);
         write_file("/opt/ulx/pram/app_plain", "old");
         rebooting ? write_file("/dev/shm/.Reboot.flag", "") : (void)unlink("/dev/shm/.Reboot.flag");
         LogCapture log;
         EXPECT_EQ(open_handle(name, mode) != nullptr, opens) << name << " " << mode;
         EXPECT_EQ(last(log), message);
         EXPECT_EQ(read_file(kData), clears ? "" : "old");
-        EXPECT_EQ(read_file(kData + ".sha256"),
-                  side_file_text(clears ? "" : "old") + (clears ? "" : "\n"));
+        EXPECT_EQ(read_file(kData + ".sha256"), clears ? side_file_text("") : side);
     }
 }
 
@@ -97,9 +96,9 @@ TEST_F(HandleTest, AFileIsPackedWhenItHasReachedItsSize) {
     };
     for (const auto &[log_dir, name, package_path, items_logged] : rows) {
         g_packed.clear();
-        const std::string dir = log_dir ? log_dir : "/opt/ulx/pram";
-        const std::string file = log_dir ? name : std::string("app_") + name;
-        const std::string path = dir + "/" + file;
+        const std::string dir = log_dir ? log_dir : "/opt/ulx/pram",
+                          file = log_dir ? name : std::string("app_") + name,
+                          path = dir + "/" + file;
         JxItemCfg cfg = item_cfg(name, JX_PROTECT_C, 6, path.c_str(), on_package);
         cfg.package_path = package_path;
         mkdir(dir.c_str(), 0755);
@@ -155,9 +154,9 @@ TEST_F(HandleTest, FlushSyncsTheStreamThenEachListedCompanion) {
     LogCapture log;
     jx_flush_file(handle.get());
     EXPECT_EQ(faults.count(Call::kFsync), 2);
-    EXPECT_EQ(
-        last(log),
-        "jx_flush_file g_fopen(app_data.bak.sha256) failed: err[2: No such file or directory].");
+    EXPECT_EQ(last(log),
+              "jx_flush_file g_fopen(app_data.bak.sha256) failed: "
+              "err[2: No such file or directory].");
 }
 
 }  // namespace
