@@ -3,11 +3,9 @@
 // refusal, and failures at each durable step.
 #include <cerrno>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/file.h>
 #include <unistd.h>
 
-#include "jaxel.h"
 #include "support/builders.h"
 #include "support/io_faults.h"
 #include "support/lock_holder.h"
@@ -166,11 +164,10 @@ TEST_F(OpsTest, MutatingCallsWaitForLocksAndStopForReboot) {
 TEST_F(OpsTest, FailedDurableStepsReportAndLeaveAKnownState) {
     using enum Call;
     JxFile *h = data.get();
-    const Target write{kData, CALL(write_text(h, "abc"))}, putc{kData, CALL(jx_fputc('x', h))};
-    const Target insert{kData, CALL(jx_insert("ab", 2, 3, h))},
-        clear{kData, CALL(jx_clear_file("d"))};
-    const Target add{kPlain, CALL(write_text(plain.get(), "abc"))};
-    const Target wipe{kLog, CALL(jx_clear_log_file(&log_cfg))};
+    const Target write{kData, CALL(write_text(h, "abc"))}, putc{kData, CALL(jx_fputc('x', h))},
+        insert{kData, CALL(jx_insert("ab", 2, 3, h))}, clear{kData, CALL(jx_clear_file("d"))},
+        add{kPlain, CALL(write_text(plain.get(), "abc"))},
+        wipe{kLog, CALL(jx_clear_log_file(&log_cfg))};
     const Fault rows[] = {
         {write, kFopen, 1, 0, "g_fopen (m_d.sha256) failed: errno " EIO_P ".", "old", "old"},
         {write, kFsync, 1, 0, "jx_set_content fsync(m_d.sha256) failed:" EIO_B, "old", "oldabc"},
