@@ -3,7 +3,6 @@
 #include <regex>
 #include <unistd.h>
 
-#include "jaxel.h"
 #include "support/builders.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
@@ -88,7 +87,6 @@ TEST_F(SandboxTest, LoadFlagAndRestoreFromTheRecoveryPoint) {
                            {kC, r, {}, false, none, 0, c, ""},
                            {"Factory\n", r, {}, false, none, 0, c, ""},
                            {kF, {}, {}, false, none, 0, c, ""},
-                           {"junk", r, {}, false, none, 0, c, ""},
                            {"junk", r, {}, false, flag, JX_ERR_LOAD_REQ, "junk" + live, ".*"},
                            {kF, s, ok, false, none, 0, kC + " F+ F+ F+ live - ", ""},
                            {kF, s, {{"app_a.sha256", ""}}, false, none, 0, c, crc_failed},
