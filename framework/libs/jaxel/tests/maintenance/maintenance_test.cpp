@@ -1,13 +1,7 @@
 #include <cerrno>
 #include <cstdio>
-#include <string>
-#include <tuple>
 #include <unistd.h>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "jaxel.h"
 #include "support/builders.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
@@ -38,9 +32,8 @@ TEST_F(SandboxTest, PrivilegesAreAppliedAndCopiedWholeAndSealPackages) {
     const std::string ref = kPram + "ref", caps = kPram + "t.TAR.GZ", package = kPram + "t.tar.gz";
     ASSERT_EQ(own(ref, 1001, 02644) | own(package, 1001, 02644) | own(caps, 0, 0600), 0);
     // Mode codes are octal digits written in hex; the owner digit is ignored.
-    const std::pair<uint32_t, uint32_t> codes[] = {{68, 0644}, {0x640, 0640}, {0x660, 0660},
-                                                   {0, 0600},  {0x777, 0666}, {UINT32_MAX, 0666},
-                                                   {420, 0624}};
+    const std::pair<uint32_t, uint32_t> codes[] = {{68, 0644},    {0x640, 0640},      {0, 0600},
+                                                   {0x777, 0666}, {UINT32_MAX, 0666}, {420, 0624}};
     for (const auto &[code, mode] : codes) {
         EXPECT_EQ(jx_create_privilege(code), mode) << std::hex << code;
     }
