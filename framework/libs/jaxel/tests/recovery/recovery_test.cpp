@@ -1,11 +1,6 @@
 #include <algorithm>
 #include <cerrno>
-#include <string>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "jaxel.h"
 #include "support/builders.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
@@ -58,9 +53,7 @@ std::vector<std::string> paths_of(uint32_t mode, const char *name) {
 
 void lay(const std::vector<std::string> &paths, const char *letters) {
     for (size_t i = 0; i < paths.size(); ++i) {
-        if (letters[i] == 't') {
-            ASSERT_EQ(jx_set_content(paths[i].c_str(), "alpha", 5), 0);
-        }
+        ASSERT_TRUE(letters[i] != 't' || jx_set_content(paths[i].c_str(), "alpha", 5) == 0);
         letters[i] != '-' ? write_file(paths[i], text_of(letters[i])) : void();
     }
 }
