@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <sys/file.h>
-#include <tuple>
 
 #include "support/builders.h"
 #include "support/io_faults.h"
