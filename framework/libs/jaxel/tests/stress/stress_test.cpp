@@ -1,15 +1,11 @@
 // Several processes, each with several threads, register one module's files and change them
 // at once through their own handles.
 #include <atomic>
-#include <string>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
-#include <gtest/gtest.h>
 
-#include "jaxel.h"
 #include "support/builders.h"
 #include "support/oracle.h"
 #include "support/sandbox.h"
