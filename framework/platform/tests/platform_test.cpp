@@ -5,10 +5,6 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include <glib.h>
 
 #include "kel.h"
