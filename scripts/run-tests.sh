@@ -21,7 +21,11 @@ build_stage() {
 [ $# -gt 0 ] || set -- format build analyze leaks sanitizers armhf faults test
 for stage in "$@"; do
   case $stage in
-  format) banner "formatting and layers" && scripts/check-format.sh && scripts/check-layers.sh ;;
+  format)
+    banner "formatting and layers"
+    scripts/check-format.sh
+    scripts/check-layers.sh
+    ;;
   build) build_stage ;;
   analyze) banner "static analysis" && scripts/static-analysis.sh "$plain" ;;
   leaks) scripts/check-leaks.sh "$plain" ;;

@@ -5,7 +5,6 @@
 #include <thread>
 #include <unistd.h>
 
-
 #include "support/builders.h"
 #include "support/oracle.h"
 #include "support/sandbox.h"

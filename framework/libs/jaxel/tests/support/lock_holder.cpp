@@ -61,8 +61,8 @@ LockHolder::LockHolder(const std::string &path) {
     if (child_ == 0) {
         const int fd = open(path.c_str(), O_RDONLY);
         char c = 0;
-        const bool held = fd >= 0 && flock(fd, LOCK_EX) == 0 && write(to_parent[1], "L", 1) == 1;
-        _exit(held && read(to_child[0], &c, 1) == 1 ? 0 : 1);  // exiting releases the lock
+        const bool locked = fd >= 0 && flock(fd, LOCK_EX) == 0 && write(to_parent[1], "L", 1) == 1;
+        _exit(locked && read(to_child[0], &c, 1) == 1 ? 0 : 1);  // exiting releases the lock
     }
     close(to_child[0]);
     close(to_parent[1]);
