@@ -12,8 +12,7 @@ namespace {
 using namespace jx::test;
 using Lines = std::vector<std::string>;
 
-enum class Act { kRegister, kOpen, kRambak, kFlashBak, kUpdate };
-using enum Act;
+enum Act { kRegister, kOpen, kRambak, kFlashBak, kUpdate };
 
 // The files of item "x" of module "md", one letter each: working copy, its side
 // file, durable copy, its checksum file, backup, its checksum file. For R the
