@@ -56,10 +56,9 @@ const std::string kL(63, 'l'), kLong = kL + "ab", kLongToo = kL + "ac", kOther =
 
 TEST_F(SandboxTest, ClearsEmptyRefreshTheSideFileAndDropPackages) {
     ASSERT_EQ(chdir(kPram.c_str()), 0);  // an F file's own path is its short name
-    const std::vector<JxItemCfg> items = {
-        item_cfg("r", JX_PROTECT_R, 10), item_cfg("p", JX_PROTECT_P),
-        item_cfg("c", JX_PROTECT_C, 10), item_cfg("f", JX_PROTECT_F, 10),
-        item_cfg(kLong.c_str(), JX_PROTECT_C)};
+    const std::vector items = {item_cfg("r", JX_PROTECT_R, 10), item_cfg("p", JX_PROTECT_P),
+                               item_cfg("c", JX_PROTECT_C, 10), item_cfg("f", JX_PROTECT_F, 10),
+                               item_cfg(kLong.c_str(), JX_PROTECT_C)};
     ASSERT_EQ(register_items("app", items), 0);
     // Effects: e emptied, s side file refreshed, P and p the two packages removed.
     const std::tuple<const char *, const char *, int32_t, std::string, std::string> rows[] = {
