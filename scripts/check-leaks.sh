@@ -8,7 +8,7 @@ set -eu
 cd "$(dirname "$0")/.."
 . scripts/ci/lib.sh
 build=$1
-tests=${LEAK_CHECK_TESTS:-handles_test keyfile_test maintenance_test recovery_test}
+tests=${LEAK_CHECK_TESTS:-handles_test keyfile_test maintenance_test}
 memcheck="valgrind --quiet --leak-check=full --show-leak-kinds=definite,indirect
   --errors-for-leak-kinds=definite,indirect --error-exitcode=1
   --suppressions=$PWD/scripts/ci/valgrind.supp"

@@ -16,4 +16,9 @@ std::string side_file_text(const std::string &content) {
     return sha256_hex(content) + std::string(1, '\0');
 }
 
+bool full_match(const std::string &text, const std::string &pattern) {
+    return g_regex_match_simple(("^(?:" + pattern + ")\\z").c_str(), text.c_str(), G_REGEX_DOTALL,
+                                static_cast<GRegexMatchFlags>(0));
+}
+
 }  // namespace jx::test
