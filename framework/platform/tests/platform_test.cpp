@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <stdlib.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <glib.h>
@@ -18,7 +19,15 @@ int run(std::vector<const char *> args) {
     return kel_system_s(args[0], const_cast<char *const *>(args.data()));
 }
 
+int g_fsyncs = 0;
+
 }  // namespace
+
+// Every fsync of the process is counted on its way to the kernel.
+extern "C" int fsync(int fd) {
+    ++g_fsyncs;
+    return static_cast<int>(syscall(SYS_fsync, fd));
+}
 
 // The vector reaches the program as it is: no shell, no PATH search; O_CLOEXEC stays behind.
 TEST(KelSystem, ReturnsZeroOnlyForSuccessAndPassesExactlyItsVector) {
@@ -51,6 +60,7 @@ TEST(SafeStr, BoundsAreExactAndFailuresLeaveTheDocumentedDestination) {
         {[](char *b) { return snprintf_s(b, 8, 8, "%d", 12345678); }, -1, ""},
         {[](char *b) { return strncpy_s(b, 4, "xyzw", 4); }, ERANGE, ""},
         {[](char *b) { return strncat_s(b, 4, "cd", 2); }, ERANGE, ""},
+        {[](char *b) { return memmove_s(b, 2, "xyz", 3); }, ERANGE, "ab"},
     };
     for (const auto &[call, rc, after] : rows) {
         char buf[8] = "ab";
@@ -86,5 +96,7 @@ TEST(Pflash, TornWritesAreRefusedAndRecoveredFromTheNewestValidRecord) {
         g_free(buf);
         pflash_close(h);
     }
+    // Each record, each new directory entry, each repaired or confirmed file is synced.
+    EXPECT_EQ(g_fsyncs, 19);
     EXPECT_EQ(std::system(("rm -r " + std::string(dir)).c_str()), 0);
 }

@@ -1,6 +1,7 @@
 #include <regex>
 #include <unistd.h>
 
+#include "frame/shell.h"
 #include "support/builders.h"
 #include "support/log_capture.h"
 #include "support/sandbox.h"
@@ -33,6 +34,17 @@ TEST(Frame, ModuleNameAndFilePaths) {
         jx_get_file_path(name, "app", tier, buf, size);
         jx_get_file_path("n", nullptr, tier, buf, size);
         EXPECT_STREQ(buf, expected);
+    }
+}
+
+// Safe words pass bare, anything else goes in single quotes with each ' closed, escaped and
+// reopened; a result that does not fit with its NUL is refused and left empty.
+TEST(Frame, ShellQuoting) {
+    for (auto [arg, size, quoted] :
+         {std::tuple{"a.b/c", 5, ""}, {"a;b", 6, "'a;b'"}, {"'", 7, "''\\'''"}}) {
+        char out[80] = "-";
+        EXPECT_EQ(jx::shell_quote(arg, out, size), *quoted != '\0') << arg;
+        EXPECT_STREQ(out, quoted);
     }
 }
 

@@ -144,6 +144,16 @@ TEST_F(HandleTest, AFailedPackingLeavesTheFileAsItIs) {
         EXPECT_EQ(last(log), message);
         EXPECT_EQ(read_file("/opt/ulx/pram/app_plain"), prefill + std::string(written, 'x'));
     }
+    // A log package right under "/" is packed from "/": the failing run only logs the command.
+    JxItemCfg cfg = item_cfg("l", JX_PROTECT_C, 1, "/opt/ulx/l");
+    cfg.package_path = "/l.tar.gz";
+    const Handle logged(jx_fopen_log_file(&cfg, "a"), jx_fclose_log_file);
+    IoFaults faults;
+    faults.fail(Call::kRun, 1, ENOENT, true);
+    LogCapture log;
+    EXPECT_EQ(jx_fwrite_log("ab", 2, 1, logged.get()) + jx_fwrite_log("c", 1, 1, logged.get()), 1);
+    EXPECT_TRUE(log.contains(
+        "exce cmd failed failed: cd /;cp l md_so_l;tar -czf l.tar.gz md_so_l;rm -f md_so_l(1)"));
 }
 
 // A missing companion is skipped after its line; the others are still synced.

@@ -76,6 +76,10 @@ TEST_F(KeyFileTest, WriteBackRecordsExactlyTheSerialisedText) {
     IoFaults faults;
     faults.fail(Call::kFsync, 1, EIO);
     EXPECT_EQ(jx_writeback_key_file(key, kKey.c_str()), JX_ERR_WRITE);
+    // A new file's directory entry is synced before its side file is written.
+    faults.fail(Call::kFsync, 2, EIO);
+    EXPECT_EQ(jx_writeback_key_file(key, "/opt/ulx/pram/new.ini"), JX_ERR_WRITE);
+    EXPECT_FALSE(exists("/opt/ulx/pram/new.ini.sha256"));
     EXPECT_EQ(jx_close_key_file(key, fd_, 1), JX_OK);
     EXPECT_EQ(addr_of(key = jx_open_key_file(kKey.c_str(), fd_, 0)), "durable");
     jx_close_key_file(key, fd_, 0);

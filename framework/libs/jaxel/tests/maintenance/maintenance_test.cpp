@@ -49,12 +49,15 @@ TEST_F(SandboxTest, PrivilegesAreAppliedAndCopiedWholeAndSealPackages) {
         EXPECT_EQ(jx_sync_privilege(ref.c_str(), target.c_str()), 0);
         EXPECT_EQ(access_of(target), target == package ? "440 1000:1001" : "2644 1000:1001");
     }
+    const char *link = "/opt/ulx/pram/l";  // planted at the target: refused, not followed
+    EXPECT_EQ(symlink(caps.c_str(), link) + jx_sync_privilege(ref.c_str(), link), JX_ERR_PARAM2);
 }
 
 // Short names match on their first 64 characters; the path comes from the arguments.
 const std::string kL(63, 'l'), kLong = kL + "ab", kLongToo = kL + "ac", kOther = kL + "bb";
 
 TEST_F(SandboxTest, ClearsEmptyRefreshTheSideFileAndDropPackages) {
+    EXPECT_EQ(jx_clear_module_file("r", "app"), JX_ERR_STATE);  // before any start-up
     ASSERT_EQ(chdir(kPram.c_str()), 0);  // an F file's own path is its short name
     const std::vector items = {item_cfg("r", JX_PROTECT_R, 10), item_cfg("p", JX_PROTECT_P),
                                item_cfg("c", JX_PROTECT_C, 10), item_cfg("f", JX_PROTECT_F, 10),

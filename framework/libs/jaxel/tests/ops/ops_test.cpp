@@ -87,6 +87,9 @@ TEST_F(OpsTest, BadArgumentsAnswerWithTheirPosition) {
     const std::tuple<Op, int32_t, std::vector<std::string>> rows[] = {
         {CALL(jx_set_module_name(nullptr)), JX_ERR_PARAM1, {}},
         {CALL(jx_init(&extra, 0)), JX_ERR_PARAM2, {"jx_init_cfg failed: ret -3999999."}},
+        {CALL(jx_init_cfg(std::vector{item_cfg(nullptr, 1)}.data(), 1, "m")),
+         JX_ERR_PARAM1,
+         {"jx_init_item (m (null)) failed: ret -4000000."}},
         {CALL(jx_fwrite(nullptr, 1, 1, h)), JX_ERR_PARAM1, {"invalid input para: ptr is NULL."}},
         {CALL(jx_fwrite("x", 1, 1, &closed)), JX_ERR_PARAM4, {kNullStream}},
         {CALL(jx_sync_privilege(kLog.c_str(), "")), JX_ERR_PARAM2, {}},

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "recovery/recovery.h"
 #include "support/builders.h"
 #include "support/io_faults.h"
 #include "support/log_capture.h"
@@ -119,6 +120,8 @@ const Row kRows[] = {
     {JX_PROTECT_E, kOpen, "x", "xA--bA", "bBbBbB", 0, ""},
     {JX_PROTECT_E, kOpen, "x", "xAaB--", "aAaAaA", 0, ""},
     {JX_PROTECT_E, kOpen, "x", "xAaE-E", "aAaAaA", 0, "e"},
+    // One empty checksum file fails its copy like any other.
+    {JX_PROTECT_E, kOpen, "x", "xAaEaA", "aAaAaA", 0, "bM"},
     {JX_PROTECT_E, kOpen, "x", "xA-EbE", "xA-ZbE", JX_ERR_PARAM2, "edsoO"},
     {JX_PROTECT_E, kOpen, "x", "xA----", "xA----", JX_ERR_NOT_FOUND, "oO"},
     // Registration: nothing to recover from is no failure, a valid working copy stays.
@@ -237,6 +240,11 @@ TEST_F(RecoverySandbox, UnregisteredFiles) {
     EXPECT_EQ(open_handle("x", "r"), nullptr);
     EXPECT_EQ(log.messages(), (Lines{"(md_x) not found in fsync_reg.ini.",
                                      "jx_file_recover_by_name(md_x) failed: -3999991."}));
+    // No exported call hands recovery a mode past F; it is refused all the same.
+    jx::RegItem past_f{};
+    past_f.protect_mode = JX_PROTECT_F + 1;
+    EXPECT_EQ(jx::jx_recover_dst_file(&past_f), JX_ERR_PROTECT_MODE);
+    EXPECT_EQ(log.messages().back(), "unsupported protect mode: 6.");
 }
 
 }  // namespace

@@ -59,6 +59,8 @@ TEST_F(SandboxTest, RegistrationAndRepair) {
     EXPECT_EQ(faults.count(Call::kFopen) + (read_file("/opt/ulx/pram/fsync_reg.ini") != table), 0);
     EXPECT_EQ(register_items("app", {item_cfg("b", 9), item_cfg("z", 1)}), JX_ERR_PROTECT_MODE);
     EXPECT_EQ(jx_fopen_file("z", "app", "a"), nullptr);
+    faults.fail(Call::kFsync, 1, EIO);  // the table append is synced before anything else
+    EXPECT_EQ(register_items("app", {item_cfg("t", JX_PROTECT_C)}), JX_ERR_WRITE);
 }
 
 // The flag's words count only with their terminator and the request is always
@@ -108,6 +110,7 @@ TEST_F(SandboxTest, LoadFlagAndRestoreFromTheRecoveryPoint) {
         const auto m = log.messages();
         EXPECT_TRUE(std::regex_match(m.empty() ? "" : m.back(), std::regex(last))) << last;
         EXPECT_EQ(exists(kStash), stash);
+        EXPECT_EQ(faults.count(Call::kFlock), point == s ? 4 : 2);  // the stashed table is locked
     }
     EXPECT_EQ(jx_factory_load_req(7) + jx_factory_load_req(1), 0);
     EXPECT_EQ(read_file(kFlag), kF);
