@@ -45,10 +45,10 @@ bool RegIndex::refresh(const char *path) noexcept {
             return true;
         }
         if (plain_ && same_file(now, stamp_) && now.st_size > stamp_.st_size && read_tail(path)) {
-            return true;
+            return settle();
         }
     }
-    return load_whole(path);
+    return load_whole(path) && settle();
 }
 
 bool RegIndex::read_tail(const char *path) noexcept {

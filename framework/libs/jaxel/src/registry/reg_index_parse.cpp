@@ -11,37 +11,7 @@ namespace jx {
 namespace {
 
 constexpr const char *kKeys[] = {"src", "dst", "bak", "crc", "bakcrc", "privilege"};
-constexpr std::size_t kPathKeyCount = 5;
 constexpr std::size_t kPrivilegeKey = 5;
-
-struct ModeLetter {
-    char letter;
-    ProtectMode mode;
-};
-
-constexpr ModeLetter kModeLetters[] = {
-    {'R', JX_PROTECT_R}, {'C', JX_PROTECT_C}, {'E', JX_PROTECT_E},
-    {'S', JX_PROTECT_S}, {'P', JX_PROTECT_P}, {'F', JX_PROTECT_F},
-};
-
-ProtectMode mode_of_group(const std::string &group) {
-    for (const ModeLetter &entry : kModeLetters) {
-        if (!group.empty() && group[0] == entry.letter) {
-            return entry.mode;
-        }
-    }
-    return JX_PROTECT_INVALID;
-}
-
-// As g_key_file_get_uint64 reads a value: decimal, all of it, else 0.
-uint64_t privilege_of(const std::optional<std::string> &raw) {
-    if (!raw || raw->empty()) {
-        return 0;
-    }
-    gchar *end = nullptr;
-    const guint64 value = g_ascii_strtoull(raw->c_str(), &end, 10);
-    return *end == '\0' ? value : 0;
-}
 
 bool name_char(char c) { return g_ascii_isalnum(c) || c == '_' || c == '-' || c == '.'; }
 bool value_char(char c) { return c >= 0x20 && c <= 0x7e && c != '\\'; }
@@ -93,7 +63,10 @@ void RegIndex::clear() noexcept {
     groups_.clear();
     by_name_.clear();
     current_ = 0;
-    valid_ = plain_ = false;
+    first_by_src_.clear();
+    srcs_.clear();
+    dsts_.clear();
+    valid_ = plain_ = maps_stale_ = false;
 }
 
 bool RegIndex::add_plain_text(std::string_view text) {
@@ -111,6 +84,17 @@ bool RegIndex::add_plain_text(std::string_view text) {
     return true;
 }
 
+void RegIndex::set_value(std::size_t key, std::string_view value) {
+    RegGroup &group = groups_[current_];
+    const bool appended = !group.values[key] && current_ + 1 == groups_.size();
+    group.values[key] = std::string(value);
+    if (appended) {
+        note(current_, key);
+    } else {
+        maps_stale_ = true;
+    }
+}
+
 void RegIndex::add_line(std::string_view line) {
     const Line kind = classify(line);
     if (kind == Line::kGroup) {
@@ -125,7 +109,7 @@ void RegIndex::add_line(std::string_view line) {
         const std::string_view key = line.substr(0, equals);
         for (std::size_t k = 0; k < std::size(kKeys); ++k) {
             if (key == kKeys[k]) {
-                groups_[current_].values[k] = std::string(line.substr(equals + 1));
+                set_value(k, line.substr(equals + 1));
             }
         }
     }
@@ -145,37 +129,7 @@ void RegIndex::add_key_file(GKeyFile *table) {
         }
         groups_.push_back(std::move(entry));
     }
-}
-
-bool RegIndex::find(const char *src, RegItem &out) const noexcept {
-    for (const RegGroup &group : groups_) {
-        const ProtectMode mode = mode_of_group(group.name);
-        if (!group.values[0] || std::strcmp(group.values[0]->c_str(), src) != 0 ||
-            mode == JX_PROTECT_INVALID) {
-            continue;
-        }
-        out.protect_mode = mode;
-        char(*const fields[kPathKeyCount])[256] = {&out.src, &out.dst, &out.bak, &out.crc,
-                                                   &out.bakcrc};
-        for (std::size_t k = 0; k < kPathKeyCount; ++k) {
-            if (group.values[k]) {
-                g_strlcpy(*fields[k], group.values[k]->c_str(), sizeof *fields[k]);
-            }
-        }
-        out.privilege = privilege_of(group.values[kPrivilegeKey]);
-        return true;
-    }
-    return false;
-}
-
-bool RegIndex::lists(const char *src, const char *dst) const noexcept {
-    return std::any_of(groups_.begin(), groups_.end(), [&](const RegGroup &group) {
-        const auto text = [](const std::optional<std::string> &v) {
-            return v ? v->c_str() : nullptr;
-        };
-        return g_strcmp0(text(group.values[0]), src) == 0 ||
-               g_strcmp0(text(group.values[1]), dst) == 0;
-    });
+    maps_stale_ = true;
 }
 
 }  // namespace jx

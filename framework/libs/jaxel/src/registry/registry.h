@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -72,10 +73,19 @@ private:
     void add_line(std::string_view line);
     void add_key_file(GKeyFile *table);
     void clear() noexcept;
+    void set_value(std::size_t key, std::string_view value);
+    void note(std::size_t group, std::size_t key);
+    bool settle() noexcept;
 
     std::vector<RegGroup> groups_;
     std::unordered_map<std::string, std::size_t> by_name_;
     std::size_t current_ = 0;
+    // What lookups and the registration test ask, kept beside the groups. A
+    // plain append updates them; anything else rebuilds them.
+    std::unordered_map<std::string, std::size_t> first_by_src_;  // valid letters only
+    std::unordered_set<std::string> srcs_;
+    std::unordered_set<std::string> dsts_;
+    bool maps_stale_ = false;
     struct stat stamp_ {};
     bool valid_ = false;
     bool plain_ = false;
