@@ -97,8 +97,14 @@ long peak_of_one_append(const char *name) {
 
 void BM_ProtectedWritePeakMemory(benchmark::State &state) {
     const char name[] = "peak";
-    jx::test::write_file(jx::test::tier_path("bench", name), std::string(1 << 20, 'd'));
-    jx::test::register_items("bench", {jx::test::item_cfg(name, JX_PROTECT_E)});
+    static const bool registered = [&] {
+        jx::test::write_file(jx::test::tier_path("bench", name), std::string(1 << 20, 'd'));
+        return jx::test::register_items("bench", {jx::test::item_cfg(name, JX_PROTECT_E)}) == 0;
+    }();
+    if (!registered) {
+        state.SkipWithError("registration failed");
+        return;
+    }
     long added = 0;
     for (auto _ : state) {
         added = peak_of_one_append(name);
