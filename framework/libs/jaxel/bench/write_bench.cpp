@@ -77,7 +77,8 @@ long status_kib(const char *field) {
 
 // In a child, so that the peak is this write's alone: after a first append
 // (which pages in the code and libraries it runs), the heap is made to map
-// every large buffer afresh, the peak resident size is reset, and one more
+// every large buffer afresh and to give back its free pages, the peak resident
+// size is reset, and one more
 // protected 16-byte append to the 1 MiB file is made.
 long peak_of_one_append(const char *name) {
     if (::fork() != 0) {
@@ -88,6 +89,7 @@ long peak_of_one_append(const char *name) {
     mallopt(M_MMAP_THRESHOLD, 128 << 10);
     JxFile *file = jx_fopen(name, "a");
     (void)jx_fwrite(kRecord, 1, kRecordLen, file);
+    malloc_trim(0);  // free heap pages would hide the buffers reusing them
     std::ofstream("/proc/self/clear_refs") << "5";
     const long before = status_kib("VmHWM:");
     const bool written = file != nullptr && jx_fwrite(kRecord, 1, kRecordLen, file) == kRecordLen;
