@@ -3,22 +3,35 @@
 # formatting and the layering of the subsystems, static analysis, a leak check under valgrind, the suite under
 # AddressSanitizer + UndefinedBehaviorSanitizer, the threaded tests under
 # ThreadSanitizer, the armhf cross build under qemu, the seeded faults that the
-# suite must catch, and last the plain suite, whose CTest summary closes the
-# run. Any finding fails the run.
+# suite must catch, a short smoke run of the benchmarks (so that they keep
+# building and running; the full run is a developer command, see the README),
+# and last the plain suite, whose CTest summary closes the run. Any finding
+# fails the run.
 # usage: run-tests.sh [STAGE...]
-#   stages: format build analyze leaks sanitizers armhf faults test (default: all, in this order)
+#   stages: format build analyze leaks sanitizers armhf faults bench test (default: all, in this order)
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/ci/lib.sh
 
 plain=build-tests
+bench=build-bench
 
 build_stage() {
   banner "plain build"
   configure_and_build "$plain" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
 }
 
-[ $# -gt 0 ] || set -- format build analyze leaks sanitizers armhf faults test
+# The plain build leaves the benchmarks out, so they get a build of their own.
+bench_stage() {
+  banner "benchmarks: smoke run"
+  configure_and_build "$bench" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DJAXEL_BUILD_BENCHMARKS=ON \
+    -DJAXEL_BUILD_TESTS=OFF -DJAXEL_BUILD_EXAMPLES=OFF
+  logged "$bench/ci-bench.log" "$bench/framework/libs/jaxel/bench/jaxel_bench" \
+    --benchmark_min_time=0.01
+  echo "benchmarks: $(grep -c '^BM_' "$bench/ci-bench.log") ran"
+}
+
+[ $# -gt 0 ] || set -- format build analyze leaks sanitizers armhf faults bench test
 for stage in "$@"; do
   case $stage in
   format)
@@ -32,6 +45,7 @@ for stage in "$@"; do
   sanitizers) scripts/test-sanitizers.sh ;;
   armhf) scripts/test-armhf.sh ;;
   faults) banner "seeded faults" && scripts/seed-faults.sh -j"$JOBS" ;;
+  bench) bench_stage ;;
   test)
     banner "plain build: whole suite"
     ctest --test-dir "$plain" -j"$JOBS" --output-on-failure --timeout 300 --no-tests=error

@@ -35,7 +35,7 @@ void BM_ProtectedAppend(benchmark::State &state) {
     jx_fclose(file);
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * state.range(0));
 }
-BENCHMARK(BM_ProtectedAppend)->Arg(4096)->Arg(1 << 20);
+BENCHMARK(BM_ProtectedAppend)->Arg(4096)->Arg(64 << 10)->Arg(1 << 20);
 
 // Every open reads the registration table; this is the cost of opening and
 // closing one file for a controller with many registered files.

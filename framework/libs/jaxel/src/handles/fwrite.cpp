@@ -52,22 +52,27 @@ bool copy_into(char *dest, uint64_t dest_len, uint64_t offset, const void *src,
     return memmove_s(dest + offset, dest_len - offset, src, count) == 0;
 }
 
-// The file's whole new content: old content, the new bytes at `position`,
-// zeros in any gap between the old end and `position`.
-GPtr<char> build_content(const Content &old, const WriteRequest &request, uint64_t position,
-                         uint64_t end, uint32_t &length) noexcept {
-    length = static_cast<uint32_t>(std::max<uint64_t>(old.len, end));
-    GPtr<char> content(static_cast<char *>(g_try_malloc0(std::max<std::size_t>(length, 1))));
-    if (!content) {
-        JX_LOG("g_malloc0 failed.");
-        return content;
+// The file's whole new content, built in the buffer that the old content was
+// read into: the new bytes at `position`, zeros in any gap between the old end
+// and `position`. A second buffer would double the memory of a large write.
+bool build_content(Content &content, const WriteRequest &request, uint64_t position, uint64_t end,
+                   uint32_t &length) noexcept {
+    length = static_cast<uint32_t>(std::max<uint64_t>(content.len, end));
+    if (length > content.len) {
+        auto *grown = static_cast<char *>(g_try_realloc(content.data.get(), length));
+        if (grown == nullptr) {
+            JX_LOG("g_malloc0 failed.");
+            return false;
+        }
+        (void)content.data.release();
+        content.data.reset(grown);
+        std::memset(grown + content.len, 0, length - content.len);
     }
-    if (!copy_into(content.get(), length, 0, old.data.get(), old.len) ||
-        !copy_into(content.get(), length, position, request.ptr, end - position)) {
+    if (!copy_into(content.data.get(), length, position, request.ptr, end - position)) {
         JX_LOG("memmove_s failed.");
-        content.reset();
+        return false;
     }
-    return content;
+    return true;
 }
 
 // Never written in place: the whole new content goes through the checked
@@ -78,14 +83,14 @@ int32_t protected_write(const WriteRequest &request) noexcept {
     if (is_read_only(stream->mode)) {
         return 0;
     }
-    Content old;
+    Content content;
     GErrorPtr error;
-    if (!read_whole_file(stream->file_path, old, error)) {
+    if (!read_whole_file(stream->file_path, content, error)) {
         JX_LOG("g_file_get_contents(%s) failed: %s.", base_name(stream->file_path), error->message);
         return 0;
     }
     uint64_t position = 0;
-    if (!write_position(stream, old.len, position)) {
+    if (!write_position(stream, content.len, position)) {
         return 0;
     }
     const uint64_t end = position + static_cast<uint64_t>(request.size) * request.n;
@@ -96,16 +101,15 @@ int32_t protected_write(const WriteRequest &request) noexcept {
         return 0;
     }
     uint32_t length = 0;
-    const GPtr<char> content = build_content(old, request, position, end, length);
-    if (!content) {
+    if (!build_content(content, request, position, end, length)) {
         return 0;
     }
     char digest[kSha256HexSize];
-    if (!sha256_hex(content.get(), length, digest)) {
+    if (!sha256_hex(content.data.get(), length, digest)) {
         JX_LOG("g_compute_checksum_for_data(sha256) failed.");
         return 0;
     }
-    const int32_t rc = jx_rewrite_with_crc(stream, content.get(), length, digest);
+    const int32_t rc = jx_rewrite_with_crc(stream, content.data.get(), length, digest);
     (void)io().fseek(stream->fd, static_cast<off_t>(end), SEEK_SET);
     return rc == JX_OK ? static_cast<int32_t>(request.n) : 0;
 }

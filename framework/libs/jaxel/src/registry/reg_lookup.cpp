@@ -1,7 +1,6 @@
 #include <optional>
 
 #include "frame/frame.h"
-#include "registry/reg_table.h"
 #include "registry/registry.h"
 
 namespace jx {
@@ -18,10 +17,12 @@ RegItem *get_reg_inter_info(const char *name) noexcept {
         lock.emplace();
     }
     GPtr<RegItem> record(g_new0(RegItem, 1));
-    if (!jx_find_reg_group(kRegTablePath, name, *record)) {
+    bool found = false;
+    if (!with_table_index([&](const RegIndex &index) { found = index.find(name, *record); })) {
+        JX_LOG("jx_open_key_file(%s) failed.", kRegTableName);
         return nullptr;
     }
-    return record.release();
+    return found ? record.release() : nullptr;
 }
 
 }  // namespace jx

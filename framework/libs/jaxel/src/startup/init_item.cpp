@@ -106,19 +106,6 @@ int32_t create_reg_item_info(const JxItemCfg &element, const char *module_name,
     return JX_OK;
 }
 
-// The file is listed already when a group names the same working file or the
-// same durable copy.
-bool table_lists(GKeyFile *table, gchar **groups, const RegItem &record) noexcept {
-    for (gchar **group = groups; *group != nullptr; ++group) {
-        const GPtr<gchar> src(g_key_file_get_string(table, *group, "src", nullptr));
-        const GPtr<gchar> dst(g_key_file_get_string(table, *group, "dst", nullptr));
-        if (g_strcmp0(src.get(), record.src) == 0 || g_strcmp0(dst.get(), record.dst) == 0) {
-            return true;
-        }
-    }
-    return false;
-}
-
 // Appends under the table lock that start-up holds. The append is synced: a
 // group lost to a power cut would leave a working file that nothing protects.
 int32_t append_group(const RegItem &record, int number) noexcept {
@@ -137,18 +124,22 @@ int32_t append_group(const RegItem &record, int number) noexcept {
     return JX_OK;
 }
 
-// jx_fsync_register_inter: make sure the table lists the file.
+// jx_fsync_register_inter: make sure the table lists the file. The file is
+// listed already when a group names the same working file or the same durable
+// copy.
 int32_t fsync_register_inter(const RegItem &record) noexcept {
-    const KeyFilePtr table(jx_load_key_file(kRegTablePath));
+    bool listed = false;
+    std::size_t count = 0;
+    const bool loaded = with_table_index([&](const RegIndex &index) {
+        listed = index.lists(record.src, record.dst);
+        count = index.group_count();
+    });
     int32_t rc = JX_ERR_OPEN;
-    if (!table) {
+    if (!loaded) {
         JX_LOG("open_key_file(%s) failed.", kRegTableName);
+    } else if (listed) {
+        return JX_OK;
     } else {
-        gsize count = 0;
-        const StrvPtr groups(g_key_file_get_groups(table.get(), &count));
-        if (groups && table_lists(table.get(), groups.get(), record)) {
-            return JX_OK;
-        }
         rc = append_group(record, static_cast<int>(count) + 1);
     }
     if (rc != JX_OK) {
