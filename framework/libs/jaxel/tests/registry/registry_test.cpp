@@ -1,5 +1,4 @@
 #include <cstring>
-#include <regex>
 #include <unistd.h>
 
 #include "support/builders.h"
@@ -15,9 +14,15 @@ const std::string kTable = "/opt/ulx/pram/fsync_reg.ini";
 // ~p and ~s stand for the working and save-area prefixes of module app, ~v for
 // the privilege line of item_cfg.
 std::string expand(std::string text) {
-    text = std::regex_replace(text, std::regex("~p"), "/opt/ulx/pram/app_");
-    text = std::regex_replace(text, std::regex("~s"), "/opt/ulx/save/app_");
-    return std::regex_replace(text, std::regex("~v"), "privilege=21474838080\n");
+    const std::pair<std::string, std::string> marks[] = {{"~p", "/opt/ulx/pram/app_"},
+                                                         {"~s", "/opt/ulx/save/app_"},
+                                                         {"~v", "privilege=21474838080\n"}};
+    for (const auto &[mark, text_of_mark] : marks) {
+        for (auto at = text.find(mark); at != std::string::npos; at = text.find(mark)) {
+            text.replace(at, mark.size(), text_of_mark);
+        }
+    }
+    return text;
 }
 
 bool listed(const char *short_name) {
