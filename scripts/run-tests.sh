@@ -2,12 +2,11 @@
 # Builds everything and runs the whole test suite with its quality gates:
 # formatting and the layering of the subsystems, static analysis, a leak check
 # under valgrind, the suite under AddressSanitizer + UndefinedBehaviorSanitizer,
-# the threaded tests under
-# ThreadSanitizer, the armhf cross build under qemu, the seeded faults that the
-# suite must catch, a short smoke run of the benchmarks (so that they keep
-# building and running; the full run is a developer command, see the README),
-# and last the plain suite, whose CTest summary closes the run. Any finding
-# fails the run.
+# the threaded tests under ThreadSanitizer, the armhf cross build under qemu,
+# the seeded faults that the suite must catch, a short smoke run of the
+# benchmarks (so that they keep building and running; the full run is a
+# developer command, see the README), and last the plain suite, whose CTest
+# summary closes the run. Any finding fails the run.
 # usage: run-tests.sh [STAGE...]
 #   stages: format build analyze leaks sanitizers armhf faults bench test (default: all, in this order)
 set -eu
