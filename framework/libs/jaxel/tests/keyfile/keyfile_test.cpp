@@ -23,20 +23,14 @@ std::string addr_of(GKeyFile *key) {
     return value ? value : "<none>";
 }
 
-class KeyFileTest : public SandboxTest {
-protected:
-    void SetUp() override {
-        SandboxTest::SetUp();
-        ASSERT_EQ(register_items("app", {item_cfg("net.ini", JX_PROTECT_E)}), JX_OK);
-        write_file(kDurable, "[net]\naddr=durable\n");
-        fd_ = open(kLock, O_RDWR | O_CREAT, 0600);
-    }
-    int fd_ = -1;
-};
-
 // Only a side file that disagrees sends the file to its durable copy. The lock
 // is kept from open to close with hold only, and never after a failed open.
-TEST_F(KeyFileTest, OpenValidatesRepairsAndHolds) {
+// Comments are not kept; a failed write-back keeps the old side file, so the
+// next open rebuilds the file from its durable copy.
+TEST_F(SandboxTest, KeyFileOpenValidatesRepairsHoldsAndWritesBack) {
+    ASSERT_EQ(register_items("app", {item_cfg("net.ini", JX_PROTECT_E)}), JX_OK);
+    write_file(kDurable, "[net]\naddr=durable\n");
+    const int fd = open(kLock, O_RDWR | O_CREAT, 0600);
     const std::tuple<std::string, std::string, const char *, int, const char *, const char *>
         rows[] = {
             {kKey, "[net]\naddr=ram\n", nullptr, 0, "ram", ""},
@@ -51,38 +45,32 @@ TEST_F(KeyFileTest, OpenValidatesRepairsAndHolds) {
         side_of ? write_file(path + ".sha256", side_file_text(side_of))
                 : (void)unlink((path + ".sha256").c_str());
         LogCapture log;
-        GKeyFile *key = jx_open_key_file(path.c_str(), fd_, hold);
+        GKeyFile *key = jx_open_key_file(path.c_str(), fd, hold);
         EXPECT_EQ(addr_of(key), addr);
         EXPECT_EQ((log.messages().empty() ? "" : log.messages().back()).rfind(message, 0), 0u);
         EXPECT_EQ(locked_elsewhere(), key && hold);
-        jx_close_key_file(key, fd_, hold);
+        jx_close_key_file(key, fd, hold);
         EXPECT_FALSE(locked_elsewhere()) << content;
     }
     IoFaults faults;
-    EXPECT_EQ(jx_open_key_file("/opt/ulx/pram_/app_net.ini", fd_, 1), nullptr);
+    EXPECT_EQ(jx_open_key_file("/opt/ulx/pram_/app_net.ini", fd, 1), nullptr);
     EXPECT_EQ(faults.count(Call::kFlock), 0);
-}
-
-// Comments are not kept; a failed write-back keeps the old side file, so the
-// next open rebuilds the file from its durable copy.
-TEST_F(KeyFileTest, WriteBackRecordsExactlyTheSerialisedText) {
     write_file(kKey, "# dropped\n[net]\naddr=ram\n");
-    GKeyFile *key = jx_open_key_file(kKey.c_str(), fd_, 1);
+    GKeyFile *key = jx_open_key_file(kKey.c_str(), fd, 1);
     g_key_file_set_string(key, "net", "addr", "new");
     EXPECT_EQ(jx_writeback_key_file(key, kKey.c_str()), JX_OK);
     EXPECT_EQ(read_file(kKey), "[net]\naddr=new\n");
     EXPECT_EQ(read_file(kKey + ".sha256"), side_file_text("[net]\naddr=new\n"));
     g_key_file_set_string(key, "net", "addr", "lost");
-    IoFaults faults;
     faults.fail(Call::kFsync, 1, EIO);
     EXPECT_EQ(jx_writeback_key_file(key, kKey.c_str()), JX_ERR_WRITE);
     // A new file's directory entry is synced before its side file is written.
     faults.fail(Call::kFsync, 2, EIO);
     EXPECT_EQ(jx_writeback_key_file(key, "/opt/ulx/pram/new.ini"), JX_ERR_WRITE);
     EXPECT_FALSE(exists("/opt/ulx/pram/new.ini.sha256"));
-    EXPECT_EQ(jx_close_key_file(key, fd_, 1), JX_OK);
-    EXPECT_EQ(addr_of(key = jx_open_key_file(kKey.c_str(), fd_, 0)), "durable");
-    jx_close_key_file(key, fd_, 0);
+    EXPECT_EQ(jx_close_key_file(key, fd, 1), JX_OK);
+    EXPECT_EQ(addr_of(key = jx_open_key_file(kKey.c_str(), fd, 0)), "durable");
+    jx_close_key_file(key, fd, 0);
 }
 
 TEST(KeyFileStringTest, AllowsPrintableAsciiOnly) {

@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <cstdio>
 #include <unistd.h>
 
 #include "support/builders.h"
@@ -16,8 +15,7 @@ const std::string kPram = "/opt/ulx/pram/", kSave = "/opt/ulx/save/";
 // "mode owner:group" of a file, the mode in octal.
 std::string access_of(const std::string &path) {
     const struct stat st = stat_of(path);
-    char text[64];
-    std::snprintf(text, sizeof text, "%o %u:%u", st.st_mode & 07777, st.st_uid, st.st_gid);
+    g_autofree gchar *text = g_strdup_printf("%o %u:%u", st.st_mode & 07777, st.st_uid, st.st_gid);
     return text;
 }
 
@@ -34,9 +32,8 @@ TEST_F(SandboxTest, PrivilegesAreAppliedAndCopiedWholeAndSealPackages) {
     // Mode codes are octal digits written in hex; the owner digit is ignored.
     const std::pair<uint32_t, uint32_t> codes[] = {{68, 0644},    {0x640, 0640},      {0, 0600},
                                                    {0x777, 0666}, {UINT32_MAX, 0666}, {420, 0624}};
-    for (const auto &[code, mode] : codes) {
+    for (const auto &[code, mode] : codes)
         EXPECT_EQ(jx_create_privilege(code), mode) << std::hex << code;
-    }
     jx_set_privilege(caps.c_str(), privilege_of(0x644, 103));
     EXPECT_EQ(access_of(caps), "644 1000:103");
     LogCapture log;
@@ -75,9 +72,8 @@ TEST_F(SandboxTest, ClearsEmptyRefreshTheSideFileAndDropPackages) {
     };
     for (const auto &[name, module, rc, effects, line] : rows) {
         const std::string path = tier_path("app", name), package = path.substr(14) + ".tar.gz";
-        for (const std::string &file : {path, path + ".sha256", kPram + package, kSave + package}) {
+        for (const std::string &file : {path, path + ".sha256", kPram + package, kSave + package})
             write_file(file, "old");
-        }
         LogCapture log;
         EXPECT_EQ(jx_clear_module_file(name, module), rc) << name;
         EXPECT_EQ(std::string(read_file(path).empty() ? "e" : "") +

@@ -22,10 +22,9 @@ const std::string kE = "/opt/ulx/save/e";
 // Each file's content, "-" when missing; "+" marks a side file that matches.
 std::string state(const std::vector<std::string> &paths) {
     std::string out;
-    for (const auto &p : paths) {
+    for (const auto &p : paths)
         out += (exists(p) ? read_file(p) : "-") +
                (read_file(p + ".sha256") == side_file_text(read_file(p)) ? "+ " : " ");
-    }
     return out;
 }
 
@@ -128,9 +127,8 @@ TEST_F(SandboxTest, FactoryRestoreOfFFiles) {
     make({{"gone", "live"}, {"app_c", "live"}, {"b", "live"}, {n, "live"}});
     const std::vector<std::string> files = {q, dq, "sub/" + q, "gone", "absent", n, "no/a", "b"};
     std::vector<JxItemCfg> cfg = {item_cfg("c", JX_PROTECT_C)};
-    for (const std::string &f : files) {
+    for (const std::string &f : files)
         cfg.push_back(item_cfg(f.c_str(), JX_PROTECT_F));
-    }
     ASSERT_EQ(register_items("app", std::vector(cfg.begin(), cfg.end() - 2)), 0);
     EXPECT_EQ(jx_recover_factory_cfg("/opt/ulx/f 'x"), 0);
     EXPECT_EQ(state({q, dq, "sub/" + q, "gone", "absent", "app_c", n, "x", "y"}),

@@ -43,11 +43,9 @@ int worker() {
 
 TEST_F(SandboxTest, ProcessesAndThreadsKeepContentAndSideFilesInStep) {
     std::vector<pid_t> workers(kWorkers);
-    for (pid_t &pid : workers) {
-        if ((pid = fork()) == 0) {
+    for (pid_t &pid : workers)
+        if ((pid = fork()) == 0)
             _exit(worker());
-        }
-    }
     for (const pid_t pid : workers) {
         int status = -1;
         EXPECT_TRUE(waitpid(pid, &status, 0) == pid && WIFEXITED(status) && !WEXITSTATUS(status));
