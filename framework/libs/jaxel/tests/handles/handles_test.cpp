@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <unistd.h>
 
 #include "support/builders.h"
 #include "support/io_faults.h"
@@ -42,10 +41,8 @@ std::string tar(const char *flags, const std::string &package) {
 TEST_F(HandleTest, OpenModesRefuseClearOrKeep) {
     const std::tuple<const char *, const char *, bool, bool, bool, const char *> rows[] = {
         {"plain", "w", false, false, false, "unsupport mode: w."},
-        {"plain", "a", false, true, false, ""},
         {"plain", "r+", false, true, false, ""},
         {"unknown", "r", false, false, false, "unknown not register."},
-        {"data", "r+", false, true, false, ""},
         {"data", "w+b", false, true, true, ""},
         {"data", "w", true, false, false, "jx_clear_module_file failed: -3999972."},
     };
@@ -54,7 +51,7 @@ TEST_F(HandleTest, OpenModesRefuseClearOrKeep) {
         const std::string side = side_file_text("old") + "\n";  // still matches "old"
         write_file(kData + ".sha256", side);
         write_file("/opt/ulx/pram/app_plain", "old");
-        rebooting ? write_file("/dev/shm/.Reboot.flag", "") : (void)unlink("/dev/shm/.Reboot.flag");
+        rebooting ? write_file("/dev/shm/.Reboot.flag", "") : (void)remove("/dev/shm/.Reboot.flag");
         LogCapture log;
         EXPECT_EQ(open_handle(name, mode) != nullptr, opens) << name << " " << mode;
         EXPECT_EQ(last(log), message);
@@ -74,8 +71,7 @@ TEST_F(HandleTest, ProtectedWritesLandWhereTheModeSays) {
     EXPECT_EQ(write_text(append.get(), "XY"), 2);  // appends whatever the position
     Handle update = open_handle("data", "r+");
     // Every open applies the registered privilege; the repair had copied the durable copy's.
-    EXPECT_EQ(stat_of(kData).st_mode & 07777, 0640u);
-    EXPECT_EQ(stat_of(kData).st_gid, kTestGroup);
+    EXPECT_TRUE((stat_of(kData).st_mode & 07777) == 0640u && stat_of(kData).st_gid == kTestGroup);
     fseek(update->fd, 1, SEEK_SET);
     EXPECT_EQ(jx_fwrite("ABCD", 2, 2, update.get()), 2);
     EXPECT_EQ(ftell(update->fd), 5);
@@ -83,7 +79,16 @@ TEST_F(HandleTest, ProtectedWritesLandWhereTheModeSays) {
     EXPECT_EQ(write_text(update.get(), "Z"), 1);
     EXPECT_EQ(write_text(open_handle("data", "r").get(), "no"), 0);  // writes nothing
     EXPECT_EQ(read_file(kData), std::string("hABCDXY\0\0Z", 10));
-    EXPECT_EQ(read_file(kData + ".sha256"), side_file_text(std::string("hABCDXY\0\0Z", 10)));
+    EXPECT_EQ(read_file(kData + ".sha256"), side_file_text(read_file(kData)));
+    // Flushing syncs the stream, then each companion; a missing one is skipped after its line.
+    remove((kDurable + ".bak.sha256").c_str());
+    IoFaults faults;
+    LogCapture log;
+    jx_flush_file(update.get());
+    EXPECT_EQ(faults.count(Call::kFsync), 4);
+    EXPECT_EQ(last(log),
+              "jx_flush_file g_fopen(app_data.bak.sha256) failed: "
+              "err[2: No such file or directory].");
 }
 
 // Module files are packed in place under their own name, log files through a
@@ -154,19 +159,6 @@ TEST_F(HandleTest, AFailedPackingLeavesTheFileAsItIs) {
     EXPECT_EQ(jx_fwrite_log("ab", 2, 1, logged.get()) + jx_fwrite_log("c", 1, 1, logged.get()), 1);
     EXPECT_TRUE(log.contains(
         "exce cmd failed failed: cd /;cp l md_so_l;tar -czf l.tar.gz md_so_l;rm -f md_so_l(1)"));
-}
-
-// A missing companion is skipped after its line; the others are still synced.
-TEST_F(HandleTest, FlushSyncsTheStreamThenEachListedCompanion) {
-    write_file(kDurable, "x");  // its side file, backup and backup side file are missing
-    Handle handle = open_handle("data", "a");
-    IoFaults faults;
-    LogCapture log;
-    jx_flush_file(handle.get());
-    EXPECT_EQ(faults.count(Call::kFsync), 2);
-    EXPECT_EQ(last(log),
-              "jx_flush_file g_fopen(app_data.bak.sha256) failed: "
-              "err[2: No such file or directory].");
 }
 
 }  // namespace
