@@ -13,7 +13,8 @@ namespace {
 using namespace jx::test;
 using Lines = std::vector<std::string>;
 
-enum Act { kRegister, kOpen, kRambak, kFlashBak, kUpdate };
+// The acts; the first two open the file, kOrphan after it has left the table.
+enum Act { kOpen, kOrphan, kRegister, kRambak, kFlashBak, kUpdate };
 
 // The files of item "x" of module "md", one letter each: working copy, its side
 // file, durable copy, its checksum file, backup, its checksum file. For R the
@@ -24,9 +25,7 @@ enum Act { kRegister, kOpen, kRambak, kFlashBak, kUpdate };
 struct Row {
     uint32_t mode;
     Act act;
-    const char *name;
-    const char *before;
-    const char *after;
+    const char *name, *before, *after;
     int32_t result;            // the engine's code for an open; the mode given to ram_check_update
     const char *log;           // one letter a line, see lines_of
     Call fail = Call::kCount;  // its first call fails with EIO
@@ -41,10 +40,10 @@ std::string text_of(char letter) {
 }
 
 std::vector<std::string> paths_of(uint32_t mode, const char *name) {
-    const std::string w = tier_path("md", name);
-    const std::string d = mode == JX_PROTECT_R   ? w + ".bak"
-                          : mode == JX_PROTECT_P ? tier_path("md", name, JX_TIER_PFLASH)
-                                                 : tier_path("md", name, JX_TIER_SAVE);
+    const std::string w = tier_path("md", name), d = mode == JX_PROTECT_R ? w + ".bak"
+                                                     : mode == JX_PROTECT_P
+                                                         ? tier_path("md", name, JX_TIER_PFLASH)
+                                                         : tier_path("md", name, JX_TIER_SAVE);
     std::vector<std::string> all = {w,          w + ".sha256",    d, d + ".sha256",
                                     d + ".bak", d + ".bak.sha256"};
     all.resize(mode == JX_PROTECT_R ? 4 : mode == JX_PROTECT_P ? 3 : 6);
@@ -62,8 +61,8 @@ std::string letters_of(const std::vector<std::string> &paths) {
     std::string letters;
     for (const std::string &path : paths) {
         const std::string known = "abxEABXZn";
-        const auto it = std::find_if(known.begin(), known.end(),
-                                     [&](char k) { return read_file(path) == text_of(k); });
+        const auto it =
+            std::ranges::find_if(known, [&](char k) { return read_file(path) == text_of(k); });
         letters += !exists(path) ? '-' : it == known.end() ? '?' : *it;
     }
     return letters;
@@ -74,7 +73,7 @@ std::string letters_of(const std::vector<std::string> &paths) {
 // md_so_ rule; K, M a copy over the backup or the main pair; e both checksum
 // files empty; d a failed main-to-backup copy; s, p, f the save-area, RAM or
 // flash branch failed; c clearing failed; o, O an open's lines; r, R, I a
-// registration's lines.
+// registration's lines; u not in the table.
 Lines lines_of(const Row &row) {
     const std::string n = std::string("md_") + row.name, code = std::to_string(row.result);
     const std::string texts[] = {
@@ -94,10 +93,11 @@ Lines lines_of(const Row &row) {
         "jx_file_recover_by_name(" + n + ") failed: " + code + ".",
         "jx_recover_dst_file failed: ret " + code + ".",
         "jx_file_recover(x) failed: ret " + code + ".",
-        "jx_init_item (md x) failed: ret " + code + "."};
+        "jx_init_item (md x) failed: ret " + code + ".",
+        "(" + n + ") not found in fsync_reg.ini."};
     Lines lines;
     for (const char *letter = row.log; *letter != '\0'; ++letter) {
-        lines.push_back(texts[std::string("bmiaKMedspcfoOrRI").find(*letter)]);
+        lines.push_back(texts[std::string("bmiaKMedspcfoOrRIu").find(*letter)]);
     }
     return lines;
 }
@@ -124,6 +124,7 @@ const Row kRows[] = {
     {JX_PROTECT_E, kOpen, "x", "xAaEaA", "aAaAaA", 0, "bM"},
     {JX_PROTECT_E, kOpen, "x", "xA-EbE", "xA-ZbE", JX_ERR_PARAM2, "edsoO"},
     {JX_PROTECT_E, kOpen, "x", "xA----", "xA----", JX_ERR_NOT_FOUND, "oO"},
+    {JX_PROTECT_E, kOrphan, "x", "xA----", "xA----", -3999991, "uO"},  // cannot be repaired
     // Registration: nothing to recover from is no failure, a valid working copy stays.
     {JX_PROTECT_E, kRegister, "x", "--aAaA", "aAaAaA", 0, ""},
     {JX_PROTECT_E, kRegister, "x", "------", "------", 0, ""},
@@ -157,10 +158,6 @@ const Row kRows[] = {
     {JX_PROTECT_E, kUpdate, "x", "aB----", "aB----", JX_PROTECT_S, ""},
 };
 
-void PrintTo(const Row &row, std::ostream *out) {
-    *out << row.mode << " " << static_cast<int>(row.act) << " " << row.before << " " << row.after;
-}
-
 class RecoveryTest : public SandboxTest, public ::testing::WithParamInterface<Row> {};
 
 TEST_P(RecoveryTest, Decision) {
@@ -173,18 +170,20 @@ TEST_P(RecoveryTest, Decision) {
     const std::vector<std::string> paths = paths_of(row.mode, row.name);
     lay(paths, row.before);
     write_file(tier_path("md", "xy"), "alpha");
+    row.act == kOrphan ? write_file("/opt/ulx/pram/fsync_reg.ini", "") : void();
     LogCapture log;
     IoFaults faults;
     row.fail != Call::kCount ? faults.fail(row.fail, 1, EIO) : void();
     int32_t result = row.result;
     switch (row.act) {
     case kRegister: result = register_items("md", items); break;
-    case kOpen: result = open_handle(row.name, "r") ? 0 : -1; break;
+    case kOpen:
+    case kOrphan: result = open_handle(row.name, "r") ? 0 : -1; break;
     case kRambak: result = jx_check_recovery_rambak(paths[0].c_str()); break;
     case kFlashBak: result = jx_recovery_flash_bak(paths[0].c_str()); break;
     case kUpdate: ram_check_update(row.result); break;
     }
-    EXPECT_EQ(result, row.act == kOpen && row.result != 0 ? -1 : row.result);
+    EXPECT_EQ(result, row.act <= kOrphan && row.result != 0 ? -1 : row.result);
     EXPECT_EQ(log.messages(), lines_of(row));
     EXPECT_EQ(letters_of(paths), row.after);
     EXPECT_EQ(read_file(tier_path("md", "xy")), "alpha");
@@ -231,20 +230,13 @@ TEST_F(RecoverySandbox, CutRepairIsCompletedByTheNextStartUp) {
     }
 }
 
-// A file that has left the table cannot be repaired when it is opened.
-TEST_F(RecoverySandbox, UnregisteredFiles) {
-    ASSERT_EQ(register_items("md", {item_cfg("x", JX_PROTECT_E)}), 0);
-    write_file("/opt/ulx/pram/fsync_reg.ini", "");
-    lay(paths_of(JX_PROTECT_E, "x"), "xA----");
+// No exported call hands recovery a mode past F; it is refused all the same.
+TEST_F(RecoverySandbox, ModePastFIsRefused) {
     LogCapture log;
-    EXPECT_EQ(open_handle("x", "r"), nullptr);
-    EXPECT_EQ(log.messages(), (Lines{"(md_x) not found in fsync_reg.ini.",
-                                     "jx_file_recover_by_name(md_x) failed: -3999991."}));
-    // No exported call hands recovery a mode past F; it is refused all the same.
     jx::RegItem past_f{};
     past_f.protect_mode = JX_PROTECT_F + 1;
     EXPECT_EQ(jx::jx_recover_dst_file(&past_f), JX_ERR_PROTECT_MODE);
-    EXPECT_EQ(log.messages().back(), "unsupported protect mode: 6.");
+    EXPECT_EQ(log.messages(), Lines{"unsupported protect mode: 6."});
 }
 
 }  // namespace
