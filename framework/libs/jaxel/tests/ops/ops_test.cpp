@@ -26,9 +26,6 @@ const std::string kLog = "/opt/ulx/pram/l", kKey = "/opt/ulx/pram/k.ini";
 const std::string kExtra = "/opt/ulx/pram/m_x", kTable = "/opt/ulx/pram/fsync_reg.ini";
 const char *const kNullStream = "invalid input para: stream or stream->fd is NULL.";
 enum Guard { kLogged, kSilent, kIgnored };  // how a call meets the reboot flag
-// The file whose lock a call waits for ("" for none), the call, its result,
-// and how it meets the reboot flag.
-using Mutation = std::tuple<std::string, Op, int32_t, Guard>;
 using Target = std::pair<std::string, Op>;  // a file and a call that changes it
 // The call, the seam call that fails and its number, the result, the log line,
 // the content afterwards and the content whose digest the side file holds
@@ -122,7 +119,9 @@ TEST_F(OpsTest, BadArgumentsAnswerWithTheirPosition) {
 // Each call first runs while another process holds its lock, then again in
 // this process while a reboot is in progress.
 TEST_F(OpsTest, MutatingCallsWaitForLocksAndStopForReboot) {
-    const Mutation rows[] = {
+    // The file whose lock a call waits for ("" for none), the call, its result,
+    // and how it meets the reboot flag.
+    const std::tuple<std::string, Op, int32_t, Guard> rows[] = {
         {kData, CALL(write_text(data.get(), "abc")), 3, kLogged},
         {kLog, CALL(jx_fwrite_log("abc", 1, 3, logh.get())), 3, kLogged},
         {kData, CALL(jx_fputc('x', data.get())), 0, kIgnored},
