@@ -2,8 +2,10 @@
 
 #include <atomic>
 #include <cerrno>
+#include <tuple>
 #include <type_traits>
 #include <unistd.h>
+#include <utility>
 
 #include "frame/io.h"
 
@@ -21,46 +23,47 @@ struct Rule {
 Rule g_rules[static_cast<int>(Call::kCount)];
 Io g_saved;
 
-// Counts the call and says whether it must fail now.
-bool trip(Call call) {
-    Rule &rule = g_rules[static_cast<int>(call)];
+// The hooked entries, in the order of Call.
+constexpr auto kEntries = std::make_tuple(
+    &Io::open, &Io::fopen, &Io::fwrite, &Io::fputc, &Io::fflush, &Io::fsync, &Io::ftruncate,
+    &Io::unlink, &Io::chmod, &Io::fchmod, &Io::chown, &Io::fchown, &Io::flock, &Io::run, &Io::delay,
+    &Io::pflash_open, &Io::pflash_write, &Io::pflash_get_contents, &Io::pflash_recover_file,
+    &Io::fclose, &Io::close, &Io::fseek);
+static_assert(std::tuple_size_v<decltype(kEntries)> == static_cast<int>(Call::kCount));
+
+// Counts the call; fails it (errno set) or ends the process as its rule says.
+template <Call kCall, auto kEntry, typename R, typename... A>
+R hooked(A... args) {
+    Rule &rule = g_rules[static_cast<int>(kCall)];
     const int n = ++rule.count;
     if (rule.crash_at == n) {
         _exit(kCrashExitStatus);
     }
-    if (rule.fail_at != 0 && (n == rule.fail_at || (rule.sticky && n > rule.fail_at))) {
-        errno = rule.err;
-        return true;
+    if (rule.fail_at == 0 || n < rule.fail_at || (n > rule.fail_at && !rule.sticky)) {
+        return (g_saved.*kEntry)(args...);
     }
-    return false;
+    errno = rule.err;
+    if constexpr (std::is_void_v<R>) {
+        (g_saved.*kEntry)(args...);
+    } else if constexpr (std::is_pointer_v<R> || std::is_unsigned_v<R>) {
+        return R{};  // no stream, nothing written
+    } else {
+        // A program run fails with status 1; flash calls return the negated errno.
+        const bool flash = kCall >= Call::kPflashWrite && kCall <= Call::kPflashRecover;
+        return kCall == Call::kRun ? 1 : flash ? -rule.err : -1;
+    }
 }
 
-// Flash calls report a failure as the negated errno.
-constexpr int kNegatedErrno = 1 << 30;
+template <Call kCall, auto kEntry, typename R, typename... A>
+constexpr auto hook_for(R (*)(A...)) {
+    return &hooked<kCall, kEntry, R, A...>;
+}
 
-template <Call kCall, auto kField, int kFailure, typename Fn>
-struct Hook;
-
-template <Call kCall, auto kField, int kFailure, typename R, typename... A>
-struct Hook<kCall, kField, kFailure, R (*)(A...)> {
-    static R call(A... args) {
-        const bool failed = trip(kCall);
-        if constexpr (std::is_void_v<R>) {
-            (g_saved.*kField)(args...);
-        } else if constexpr (std::is_pointer_v<R>) {
-            return failed ? nullptr : (g_saved.*kField)(args...);
-        } else {
-            const R failure = kFailure == kNegatedErrno ? -g_rules[static_cast<int>(kCall)].err
-                                                        : static_cast<R>(kFailure);
-            return failed ? failure : (g_saved.*kField)(args...);
-        }
-    }
-};
-
-template <Call kCall, auto kField, int kFailure = -1>
-void hook() {
-    io().*kField =
-        Hook<kCall, kField, kFailure, std::remove_reference_t<decltype(io().*kField)>>::call;
+template <std::size_t... kI>
+void hook_all(std::index_sequence<kI...>) {
+    ((io().*std::get<kI>(kEntries) =
+          hook_for<static_cast<Call>(kI), std::get<kI>(kEntries)>(io().*std::get<kI>(kEntries))),
+     ...);
 }
 
 }  // namespace
@@ -72,28 +75,7 @@ IoFaults::IoFaults() {
         rule.fail_at = rule.err = rule.crash_at = 0;
         rule.sticky = false;
     }
-    hook<Call::kOpen, &Io::open>();
-    hook<Call::kFopen, &Io::fopen>();
-    hook<Call::kFwrite, &Io::fwrite, 0>();
-    hook<Call::kFputc, &Io::fputc>();
-    hook<Call::kFflush, &Io::fflush>();
-    hook<Call::kFsync, &Io::fsync>();
-    hook<Call::kFtruncate, &Io::ftruncate>();
-    hook<Call::kUnlink, &Io::unlink>();
-    hook<Call::kChmod, &Io::chmod>();
-    hook<Call::kFchmod, &Io::fchmod>();
-    hook<Call::kChown, &Io::chown>();
-    hook<Call::kFchown, &Io::fchown>();
-    hook<Call::kFlock, &Io::flock>();
-    hook<Call::kRun, &Io::run, 1>();
-    hook<Call::kDelay, &Io::delay>();
-    hook<Call::kPflashOpen, &Io::pflash_open>();
-    hook<Call::kPflashWrite, &Io::pflash_write, kNegatedErrno>();
-    hook<Call::kPflashGetContents, &Io::pflash_get_contents, kNegatedErrno>();
-    hook<Call::kPflashRecover, &Io::pflash_recover_file, kNegatedErrno>();
-    hook<Call::kFclose, &Io::fclose>();
-    hook<Call::kClose, &Io::close>();
-    hook<Call::kFseek, &Io::fseek>();
+    hook_all(std::make_index_sequence<static_cast<int>(Call::kCount)>());
 }
 
 IoFaults::~IoFaults() {
@@ -111,8 +93,7 @@ void IoFaults::fail(Call call, int nth, int err, bool sticky) {
 }
 
 void IoFaults::crash_before(Call call, int nth) {
-    Rule &rule = g_rules[static_cast<int>(call)];
-    rule.crash_at = rule.count + nth;
+    g_rules[static_cast<int>(call)].crash_at = g_rules[static_cast<int>(call)].count + nth;
 }
 
 int IoFaults::count(Call call) const { return g_rules[static_cast<int>(call)].count; }

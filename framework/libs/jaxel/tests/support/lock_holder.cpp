@@ -1,12 +1,12 @@
 #include "support/lock_holder.h"
 
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/file.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "frame/io.h"
-#include "support/sandbox.h"
 
 namespace jx::test {
 namespace {
@@ -20,6 +20,11 @@ void report_first_delay(uint32_t units) {
         g_told_waiting = write(g_report_fd, "W", 1) == 1;
     }
     real_io().delay(units);
+}
+
+int open_descriptor_count() {
+    const std::filesystem::directory_iterator fds("/proc/self/fd");
+    return static_cast<int>(std::distance(fds, std::filesystem::directory_iterator()));
 }
 
 bool lock_free_now(const std::string &path) {
@@ -44,57 +49,19 @@ bool lock_free_now(const std::string &path) {
     _exit(sent ? 0 : 1);
 }
 
-bool exited_cleanly(pid_t child) {
-    int status = 0;
-    return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 }  // namespace
-
-LockHolder::LockHolder(const std::string &path) {
-    int to_child[2];
-    int to_parent[2];
-    if (pipe(to_child) != 0 || pipe(to_parent) != 0) {
-        return;
-    }
-    child_ = fork();
-    if (child_ == 0) {
-        const int fd = open(path.c_str(), O_RDONLY);
-        char c = 0;
-        const bool locked = fd >= 0 && flock(fd, LOCK_EX) == 0 && write(to_parent[1], "L", 1) == 1;
-        _exit(locked && read(to_child[0], &c, 1) == 1 ? 0 : 1);  // exiting releases the lock
-    }
-    close(to_child[0]);
-    close(to_parent[1]);
-    to_child_ = to_child[1];
-    char c = 0;
-    held_ = child_ > 0 && read(to_parent[0], &c, 1) == 1;
-    close(to_parent[0]);
-}
-
-bool LockHolder::release() {
-    if (child_ <= 0) {
-        return false;
-    }
-    const bool told = write(to_child_, "G", 1) == 1;
-    close(to_child_);
-    const bool clean = exited_cleanly(child_);
-    child_ = -1;
-    held_ = false;
-    return told && clean;
-}
-
-LockHolder::~LockHolder() { (void)release(); }
 
 LockWait call_under_lock(const std::string &path, const std::function<int32_t()> &call) {
     LockWait outcome;
-    LockHolder holder(path);
+    const int held = open(path.c_str(), O_RDONLY);
     int report[2];
-    if (!holder.held() || pipe(report) != 0) {
+    if (held < 0 || flock(held, LOCK_EX) != 0 || pipe(report) != 0) {
+        (void)(held >= 0 && close(held));
         return outcome;
     }
     const pid_t caller = fork();
     if (caller == 0) {
+        close(held);  // the lock stays with the parent's descriptor
         close(report[0]);
         run_caller(report[1], path, call);
     }
@@ -102,15 +69,15 @@ LockWait call_under_lock(const std::string &path, const std::function<int32_t()>
     // A call that returns without polling reports "R" first and fails the check.
     char tag = 0;
     const bool waited = read(report[0], &tag, 1) == 1 && tag == 'W';
-    (void)holder.release();
-    if (waited && read(report[0], &tag, 1) != 1) {
-        tag = 0;
-    }
-    if (tag == 'R') {
+    (void)flock(held, LOCK_UN);
+    close(held);
+    if ((!waited || read(report[0], &tag, 1) == 1) && tag == 'R') {
         (void)read(report[0], &outcome, sizeof outcome);
     }
     close(report[0]);
-    outcome.ran = exited_cleanly(caller) && outcome.ran;
+    int status = 0;
+    outcome.ran = waitpid(caller, &status, 0) == caller && WIFEXITED(status) &&
+                  WEXITSTATUS(status) == 0 && outcome.ran;
     outcome.waited = waited;
     return outcome;
 }

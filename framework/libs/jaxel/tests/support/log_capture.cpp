@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <iterator>
 #include <mutex>
 
 #include "frame/io.h"
@@ -14,13 +15,11 @@ std::mutex g_mutex;
 std::vector<LogRecord> g_records;
 decltype(Io::syslog) g_saved = nullptr;
 
+// The line is "[pid] file(line): message\n".
 std::string message_of(const std::string &line) {
     const std::size_t at = line.find("): ");
-    std::string message = at == std::string::npos ? line : line.substr(at + 3);
-    if (!message.empty() && message.back() == '\n') {
-        message.pop_back();
-    }
-    return message;
+    const std::string message = line.substr(at == std::string::npos ? 0 : at + 3);
+    return message.ends_with('\n') ? message.substr(0, message.size() - 1) : message;
 }
 
 void capture(int priority, const char *format, ...) {
@@ -50,15 +49,12 @@ std::vector<LogRecord> LogCapture::records() const {
 
 std::vector<std::string> LogCapture::messages() const {
     std::vector<std::string> out;
-    for (const LogRecord &r : records()) {
-        out.push_back(r.message);
-    }
+    std::ranges::transform(records(), std::back_inserter(out), &LogRecord::message);
     return out;
 }
 
 bool LogCapture::contains(const std::string &message) const {
-    const auto all = messages();
-    return std::find(all.begin(), all.end(), message) != all.end();
+    return std::ranges::count(messages(), message) > 0;
 }
 
 void LogCapture::clear() {

@@ -1,10 +1,7 @@
 #include "support/sandbox.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <sys/mount.h>
@@ -18,31 +15,22 @@ namespace {
 
 bool g_in_sandbox = false;
 
-bool failed(std::string &why, const std::string &what) {
-    why = what + ": " + std::strerror(errno);
-    return false;
-}
-
-bool mount_tmpfs(const char *where, const char *options, std::string &why) {
-    return mount("tmpfs", where, "tmpfs", MS_NOSUID | MS_NODEV, options) == 0 ||
-           failed(why, std::string("mount tmpfs on ") + where);
+bool mount_tmpfs(const char *where, const char *options) {
+    return mount("tmpfs", where, "tmpfs", MS_NOSUID | MS_NODEV, options) == 0;
 }
 
 }  // namespace
 
-bool enter_sandbox(std::string &why) {
-    if (unshare(CLONE_NEWNS) != 0) {
-        return failed(why, "unshare(CLONE_NEWNS)");
+bool enter_sandbox() {
+    g_in_sandbox = unshare(CLONE_NEWNS) == 0 &&
+                   mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                   mount_tmpfs("/opt", "mode=0755") && mount_tmpfs("/dev/shm", "mode=1777");
+    if (!g_in_sandbox) {
+        std::perror("cannot enter the private mount namespace with tmpfs over /opt and /dev/shm");
+        return false;
     }
-    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-        return failed(why, "make / private");
-    }
-    g_in_sandbox =
-        mount_tmpfs("/opt", "mode=0755", why) && mount_tmpfs("/dev/shm", "mode=1777", why);
-    if (g_in_sandbox) {
-        reset_sandbox();
-    }
-    return g_in_sandbox;
+    reset_sandbox();
+    return true;
 }
 
 void reset_sandbox() {
@@ -68,11 +56,5 @@ std::string read_file(const std::string &path) {
 }
 
 bool exists(const std::string &path) { return access(path.c_str(), F_OK) == 0; }
-
-int open_descriptor_count() {
-    std::error_code error;
-    const auto fds = std::filesystem::directory_iterator("/proc/self/fd", error);
-    return error ? -1 : static_cast<int>(std::distance(fds, std::filesystem::directory_iterator()));
-}
 
 }  // namespace jx::test

@@ -8,8 +8,8 @@
 
 namespace jx::test {
 
-// Enters the namespace and mounts the tmpfs; false (with a message) on failure.
-bool enter_sandbox(std::string &why);
+// Enters the namespace and mounts the tmpfs; false (after saying why) on failure.
+bool enter_sandbox();
 
 // Empties /opt/ulx and /dev/shm and recreates the tier directories.
 void reset_sandbox();
@@ -17,9 +17,6 @@ void reset_sandbox();
 void write_file(const std::string &path, const std::string &content);
 std::string read_file(const std::string &path);
 bool exists(const std::string &path);
-
-// Descriptors open in this process, to show that an operation leaked none.
-int open_descriptor_count();
 
 class SandboxTest : public ::testing::Test {
 protected:
