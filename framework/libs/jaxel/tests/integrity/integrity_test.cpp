@@ -14,7 +14,7 @@ using IntegrityTest = SandboxTest;
 // The tier follows the path's exact leading characters, with no normalisation:
 // f flash driver, s counted save area, p plain file. Only a new file also syncs
 // its directory.
-TEST_F(IntegrityTest, WholeContentOnEachTier) {
+TEST_F(IntegrityTest, WholeContentOnEachTierAndProtectedWrites) {
     const std::string content("hello\0world", 11);
     using Row = std::pair<const char *, char>;
     for (const auto &[path, tier] :
@@ -42,6 +42,21 @@ TEST_F(IntegrityTest, WholeContentOnEachTier) {
     jx_wirte_cnt_set(3, 10);
     EXPECT_EQ(jx_wirte_cnt_get(0), 5ull + UINT32_MAX);
     EXPECT_EQ(jx_wirte_cnt_get(3), UINT64_MAX);
+    // The side file of a protected write holds GLib's digest of the whole content;
+    // each is synced (that it goes first is in the ops table).
+    ASSERT_EQ(register_items("app", {item_cfg("d", JX_PROTECT_E)}), 0);
+    const std::string path = tier_path("app", "d");
+    for (const size_t size : {1, 0, 55, 56, 64, (1 << 20) + 1}) {
+        const std::string bytes(size, static_cast<char>(size));
+        const Handle handle = open_handle("d", "w+");
+        const int synced = faults.count(Call::kFsync);
+        ASSERT_EQ(write_text(handle.get(), bytes), static_cast<int32_t>(size));
+        EXPECT_EQ(read_file(path), bytes) << size;
+        EXPECT_EQ(read_file(path + ".sha256"), side_file_text(bytes)) << size;
+        EXPECT_EQ(stat_of(path + ".sha256").st_mode & 07777, 0600u) << size;
+        // The first write creates the side file, which also syncs its directory.
+        EXPECT_EQ(faults.count(Call::kFsync) - synced, size == 1 ? 3 : 2) << size;
+    }
 }
 
 // Both tests compare the first 64 characters of the side file with the digest;
@@ -62,24 +77,6 @@ TEST_F(IntegrityTest, ValidityAgainstTheSideFile) {
         EXPECT_EQ(is_file_valid(path.c_str(), (path + ".sha256").c_str()), valid)
             << path << side.value_or("none");
         EXPECT_EQ(is_ram_file_valid(path.c_str()), ram_valid) << path << side.value_or("none");
-    }
-}
-
-// The side file of a protected write holds GLib's digest of the whole content;
-// each is synced (that it goes first is in the ops table).
-TEST_F(IntegrityTest, ProtectedWriteRecordsTheDigestOfTheWholeContent) {
-    ASSERT_EQ(register_items("app", {item_cfg("d", JX_PROTECT_E)}), 0);
-    const std::string path = tier_path("app", "d");
-    for (const size_t size : {1, 0, 55, 56, 64, (1 << 20) + 1}) {
-        const std::string content(size, static_cast<char>(size));
-        const Handle handle = open_handle("d", "w+");
-        IoFaults faults;
-        ASSERT_EQ(write_text(handle.get(), content), static_cast<int32_t>(size));
-        EXPECT_EQ(read_file(path), content) << size;
-        EXPECT_EQ(read_file(path + ".sha256"), side_file_text(content)) << size;
-        EXPECT_EQ(stat_of(path + ".sha256").st_mode & 07777, 0600u) << size;
-        // The first write creates the side file, which also syncs its directory.
-        EXPECT_EQ(faults.count(Call::kFsync), size == 1 ? 3 : 2) << size;
     }
 }
 
