@@ -112,9 +112,8 @@ TEST_F(HandleTest, AFileIsPackedWhenItHasReachedItsSize) {
         const auto write = log_dir ? jx_fwrite_log : jx_fwrite;
         IoFaults faults;
         // Packed before the third write, at exactly the size, not at one below.
-        for (const char *part : {"12345", "6", "7"}) {
+        for (const char *part : {"12345", "6", "7"})
             EXPECT_EQ(write(part, static_cast<uint32_t>(std::string(part).size()), 1, handle), 1);
-        }
         EXPECT_EQ(read_file(path), "7");
         EXPECT_EQ(jx_wirte_cnt_get(1), items_logged);  // items, not bytes, in this process
         // Per write its side file and content, once the new side file's directory,

@@ -45,9 +45,8 @@ protected:
         ASSERT_TRUE(data && plain && logh);
     }
     static void restore_files() {
-        for (const std::string &file : {kData, kPlain, kLog, kKey, kExtra}) {
+        for (const std::string &file : {kData, kPlain, kLog, kKey, kExtra})
             write_file(file, file == kKey ? "[g]\nk=v\n" : file == kLog ? "log\n" : "old");
-        }
         write_file(kData + ".sha256", side_file_text("old"));
     }
     static std::string files() {
@@ -145,10 +144,9 @@ TEST_F(OpsTest, MutatingCallsWaitForLocksAndStopForReboot) {
     for (const auto &[locked, call, result, guard] : rows) {
         SCOPED_TRACE(locked + " " + std::to_string(result));
         restore_files();
-        if (!locked.empty()) {
+        if (!locked.empty())
             expect_clean(call_under_lock(locked, call), result);
-            restore_files();
-        }
+        restore_files();
         const std::string before = files();
         write_file("/dev/shm/.Reboot.flag", "");
         LogCapture capture;

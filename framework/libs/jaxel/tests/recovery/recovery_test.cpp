@@ -96,9 +96,8 @@ Lines lines_of(const Row &row) {
         "jx_init_item (md x) failed: ret " + code + ".",
         "(" + n + ") not found in fsync_reg.ini."};
     Lines lines;
-    for (const char *letter = row.log; *letter != '\0'; ++letter) {
+    for (const char *letter = row.log; *letter != '\0'; ++letter)
         lines.push_back(texts[std::string("bmiaKMedspcfoOrRIu").find(*letter)]);
-    }
     return lines;
 }
 
