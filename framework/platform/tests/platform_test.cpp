@@ -40,9 +40,8 @@ TEST(KelSystem, ReturnsZeroOnlyForSuccessAndPassesExactlyItsVector) {
         {{"/bin/sh", "-c", kept_fd.c_str()}, 0},
         {{"/bin/sh", "-c", hidden_fd.c_str()}, 1},
     };
-    for (const auto &[args, rc] : rows) {
+    for (const auto &[args, rc] : rows)
         EXPECT_EQ(run(args), rc) << args.back();
-    }
     close(hidden);
     close(kept);
 }

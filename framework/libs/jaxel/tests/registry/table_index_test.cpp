@@ -62,9 +62,8 @@ TEST_F(SandboxTest, TableIndexAnswersAsGKeyFileOnGeneratedTables) {
         RegIndex index;
         for (const std::string &tail : {std::string(), parts[1]}) {
             write_file(path, parts[0] + tail);  // the same file, grown
-            for (const char *probe : {"/p/a", "/p/b", "/p/ a", "/p/a "}) {
+            for (const char *probe : {"/p/a", "/p/b", "/p/ a", "/p/a "})
                 ASSERT_EQ(by_index(index, path, probe), by_key_file(path, probe)) << tail;
-            }
         }
     }
 }

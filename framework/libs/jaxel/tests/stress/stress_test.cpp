@@ -33,10 +33,9 @@ int worker() {
         "stress", {item_cfg("journal", JX_PROTECT_E), item_cfg("ledger", JX_PROTECT_R)});
     {
         std::vector<std::jthread> threads;  // joined when it goes
-        for (int t = 0; t < 2 * kThreads; ++t) {
+        for (int t = 0; t < 2 * kThreads; ++t)
             threads.emplace_back(
                 [&failures, t] { failures += churn(t % 2 ? "journal" : "ledger"); });
-        }
     }
     return failures.load() != 0;
 }
