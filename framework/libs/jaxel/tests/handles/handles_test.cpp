@@ -38,13 +38,13 @@ std::string tar(const char *flags, const std::string &package) {
     return ran && status == 0 ? out : "<failed>";
 }
 
-TEST_F(HandleTest, OpenModesRefuseClearOrKeep) {
+TEST_F(HandleTest, OpenModesThenProtectedWrites) {
     const std::tuple<const char *, const char *, bool, bool, bool, const char *> rows[] = {
         {"plain", "w", false, false, false, "unsupport mode: w."},
         {"plain", "r+", false, true, false, ""},
         {"unknown", "r", false, false, false, "unknown not register."},
-        {"data", "w+b", false, true, true, ""},
         {"data", "w", true, false, false, "jx_clear_module_file failed: -3999972."},
+        {"data", "w+b", false, true, true, ""},
     };
     for (const auto &[name, mode, rebooting, opens, clears, message] : rows) {
         write_file(kData, "old");
@@ -58,9 +58,6 @@ TEST_F(HandleTest, OpenModesRefuseClearOrKeep) {
         EXPECT_EQ(read_file(kData), clears ? "" : "old");
         EXPECT_EQ(read_file(kData + ".sha256"), clears ? side_file_text("") : side);
     }
-}
-
-TEST_F(HandleTest, ProtectedWritesLandWhereTheModeSays) {
     write_file(kData, "torn");  // fails its side file: the open rebuilds it from the durable copy
     write_file(kData + ".sha256", side_file_text("hello"));
     write_file(kDurable, "hello");
@@ -93,7 +90,7 @@ TEST_F(HandleTest, ProtectedWritesLandWhereTheModeSays) {
 
 // Module files are packed in place under their own name, log files through a
 // copy "md_so_<name>" into the directory of their package path (else their own).
-TEST_F(HandleTest, AFileIsPackedWhenItHasReachedItsSize) {
+TEST_F(HandleTest, AFileIsPackedWhenItHasReachedItsSizeUnlessPackingFails) {
     const std::tuple<const char *, const char *, const char *, uint32_t> rows[] = {
         {nullptr, kOddName, nullptr, 0},
         {"/opt/ulx/logs", "applog", nullptr, 3},
@@ -127,18 +124,15 @@ TEST_F(HandleTest, AFileIsPackedWhenItHasReachedItsSize) {
         EXPECT_EQ(read_file(path + ".sha256"), log_dir ? "" : side_file_text("7"));
         log_dir ? jx_fclose_log_file(handle) : jx_fclose(handle);
     }
-}
-
-// While packing fails the file may grow to twice its size, then writes stop;
-// a package that is not on storage does not count.
-TEST_F(HandleTest, AFailedPackingLeavesTheFileAsItIs) {
-    const std::tuple<std::string, Call, int32_t, const char *> rows[] = {
+    // While packing fails the file may grow to twice its size, then writes stop;
+    // a package that is not on storage does not count.
+    const std::tuple<std::string, Call, int32_t, const char *> failing[] = {
         {"abcd", Call::kRun, 1,
          "exce cmd failed: cd /opt/ulx/pram/;tar -czf app_plain.tar.gz app_plain 2."},
         {"abcdefgh", Call::kRun, 0, "jx_package failed: ret -3999979."},
         {"abcdefgh", Call::kFsync, 0, "jx_package failed: ret -3999979."},
     };
-    for (const auto &[prefill, call, written, message] : rows) {
+    for (const auto &[prefill, call, written, message] : failing) {
         write_file("/opt/ulx/pram/app_plain", prefill);
         Handle handle = open_handle("plain", "a");
         IoFaults faults;

@@ -117,7 +117,7 @@ TEST_F(OpsTest, BadArgumentsAnswerWithTheirPosition) {
 
 // Each call first runs while another process holds its lock, then again in
 // this process while a reboot is in progress.
-TEST_F(OpsTest, MutatingCallsWaitForLocksAndStopForReboot) {
+TEST_F(OpsTest, MutatingCallsWaitForLocksStopForRebootAndReportFailedSteps) {
     // The file whose lock a call waits for ("" for none), the call, its result,
     // and how it meets the reboot flag.
     const std::tuple<std::string, Op, int32_t, Guard> rows[] = {
@@ -155,18 +155,15 @@ TEST_F(OpsTest, MutatingCallsWaitForLocksAndStopForReboot) {
         EXPECT_TRUE(guard == kIgnored || files() == before);
         remove("/dev/shm/.Reboot.flag");
     }
-}
-
-// A durable step fails: the code and line, the lock released, no descriptor
-// left, and what the file and its side file hold afterwards.
-TEST_F(OpsTest, FailedDurableStepsReportAndLeaveAKnownState) {
+    // A durable step fails: the code and line, the lock released, no descriptor
+    // left, and what the file and its side file hold afterwards.
     using enum Call;
     JxFile *h = data.get();
     const Target write{kData, CALL(write_text(h, "abc"))}, putc{kData, CALL(jx_fputc('x', h))},
         insert{kData, CALL(jx_insert("ab", 2, 3, h))}, clear{kData, CALL(jx_clear_file("d"))},
         add{kPlain, CALL(write_text(plain.get(), "abc"))},
         wipe{kLog, CALL(jx_clear_log_file(&log_cfg))};
-    const Fault rows[] = {
+    const Fault failures[] = {
         {write, kFopen, 1, 0, "g_fopen (m_d.sha256) failed: errno " EIO_P ".", "old", "old"},
         {write, kFsync, 1, 0, "jx_set_content fsync(m_d.sha256) failed:" EIO_B, "old", "oldabc"},
         {write, kFtruncate, 1, 0, "ftruncate(m_d) failed: errno " EIO_P ".", "old", "oldabc"},
@@ -180,7 +177,7 @@ TEST_F(OpsTest, FailedDurableStepsReportAndLeaveAKnownState) {
         {clear, kFsync, 2, JX_ERR_WRITE, "ram_check m_d failed: -3999987.", "", ""},
         {wipe, kFflush, 1, JX_ERR_WRITE, "jx_clear_log_file fflush(l) failed:" EIO_B, "", {}},
     };
-    for (const auto &[target, seam, nth, code, line, content, side] : rows) {
+    for (const auto &[target, seam, nth, code, line, content, side] : failures) {
         SCOPED_TRACE(line);
         restore_files();
         const Op faulted = [&] {

@@ -202,7 +202,7 @@ using RecoverySandbox = SandboxTest;
 
 // A repair cut at any durable step is finished by the next start-up, because
 // the checksum file of the trusted copy is written before the copies it guards.
-TEST_F(RecoverySandbox, CutRepairIsCompletedByTheNextStartUp) {
+TEST_F(RecoverySandbox, CutRepairIsCompletedByTheNextStartUpAndBadModesAreRefused) {
     const std::vector<std::string> paths = paths_of(JX_PROTECT_E, "x");
     const auto start = [] { return register_items("md", {item_cfg("x", JX_PROTECT_E)}); };
     // A main copy without a recorded digest is trusted, so a cut backup-to-main
@@ -227,10 +227,7 @@ TEST_F(RecoverySandbox, CutRepairIsCompletedByTheNextStartUp) {
         }
         EXPECT_EQ(status, 0) << before;
     }
-}
-
-// No exported call hands recovery a mode past F; it is refused all the same.
-TEST_F(RecoverySandbox, ModePastFIsRefused) {
+    // No exported call hands recovery a mode past F; it is refused all the same.
     LogCapture log;
     jx::RegItem past_f{};
     past_f.protect_mode = JX_PROTECT_F + 1;
