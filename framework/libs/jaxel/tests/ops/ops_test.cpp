@@ -78,7 +78,7 @@ protected:
     std::unique_ptr<GKeyFile, void (*)(GKeyFile *)> key{g_key_file_new(), g_key_file_free};
 };
 
-TEST_F(OpsTest, BadArgumentsAnswerWithTheirPosition) {
+TEST_F(OpsTest, ArgumentCodesLockWaitsRebootRefusalAndFailedSteps) {
     JxFile *h = data.get();
     const std::tuple<Op, int32_t, std::vector<std::string>> rows[] = {
         {CALL(jx_set_module_name(nullptr)), JX_ERR_PARAM1, {}},
@@ -113,14 +113,10 @@ TEST_F(OpsTest, BadArgumentsAnswerWithTheirPosition) {
         EXPECT_EQ(call(), code);
         EXPECT_EQ(capture.messages(), lines);
     }
-}
-
-// Each call first runs while another process holds its lock, then again in
-// this process while a reboot is in progress.
-TEST_F(OpsTest, MutatingCallsWaitForLocksStopForRebootAndReportFailedSteps) {
-    // The file whose lock a call waits for ("" for none), the call, its result,
-    // and how it meets the reboot flag.
-    const std::tuple<std::string, Op, int32_t, Guard> rows[] = {
+    // Each call first runs while another process holds its lock, then again in
+    // this process while a reboot is in progress. The file whose lock a call
+    // waits for ("" for none), the call, its result, how it meets the reboot flag.
+    const std::tuple<std::string, Op, int32_t, Guard> mutations[] = {
         {kData, CALL(write_text(data.get(), "abc")), 3, kLogged},
         {kLog, CALL(jx_fwrite_log("abc", 1, 3, logh.get())), 3, kLogged},
         {kData, CALL(jx_fputc('x', data.get())), 0, kIgnored},
@@ -141,7 +137,7 @@ TEST_F(OpsTest, MutatingCallsWaitForLocksStopForRebootAndReportFailedSteps) {
         {kTable, CALL(jx_init_cfg(&bad_mode, 1, "m")), JX_ERR_PROTECT_MODE, kLogged},
         {kKey, CALL((write_file(kKey, "not a key file"), key_cycle())), -1, kIgnored},
     };
-    for (const auto &[locked, call, result, guard] : rows) {
+    for (const auto &[locked, call, result, guard] : mutations) {
         SCOPED_TRACE(locked + " " + std::to_string(result));
         restore_files();
         if (!locked.empty())
@@ -158,7 +154,6 @@ TEST_F(OpsTest, MutatingCallsWaitForLocksStopForRebootAndReportFailedSteps) {
     // A durable step fails: the code and line, the lock released, no descriptor
     // left, and what the file and its side file hold afterwards.
     using enum Call;
-    JxFile *h = data.get();
     const Target write{kData, CALL(write_text(h, "abc"))}, putc{kData, CALL(jx_fputc('x', h))},
         insert{kData, CALL(jx_insert("ab", 2, 3, h))}, clear{kData, CALL(jx_clear_file("d"))},
         add{kPlain, CALL(write_text(plain.get(), "abc"))},

@@ -40,10 +40,10 @@ std::string text_of(char letter) {
 }
 
 std::vector<std::string> paths_of(uint32_t mode, const char *name) {
-    const std::string w = tier_path("md", name), d = mode == JX_PROTECT_R ? w + ".bak"
-                                                     : mode == JX_PROTECT_P
-                                                         ? tier_path("md", name, JX_TIER_PFLASH)
-                                                         : tier_path("md", name, JX_TIER_SAVE);
+    const std::string w = tier_path("md", name);
+    const std::string d = mode == JX_PROTECT_R   ? w + ".bak"
+                          : mode == JX_PROTECT_P ? tier_path("md", name, JX_TIER_PFLASH)
+                                                 : tier_path("md", name, JX_TIER_SAVE);
     std::vector<std::string> all = {w,          w + ".sha256",    d, d + ".sha256",
                                     d + ".bak", d + ".bak.sha256"};
     all.resize(mode == JX_PROTECT_R ? 4 : mode == JX_PROTECT_P ? 3 : 6);
@@ -58,9 +58,8 @@ void lay(const std::vector<std::string> &paths, const char *letters) {
 }
 
 std::string letters_of(const std::vector<std::string> &paths) {
-    std::string letters;
+    std::string letters, known = "abxEABXZn";
     for (const std::string &path : paths) {
-        const std::string known = "abxEABXZn";
         const auto it =
             std::ranges::find_if(known, [&](char k) { return read_file(path) == text_of(k); });
         letters += !exists(path) ? '-' : it == known.end() ? '?' : *it;
