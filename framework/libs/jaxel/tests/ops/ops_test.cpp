@@ -32,53 +32,50 @@ using Target = std::pair<std::string, Op>;  // a file and a call that changes it
 // (null: not checked).
 using Fault = std::tuple<Target, Call, int, int32_t, const char *, const char *, const char *>;
 
-class OpsTest : public SandboxTest {
-protected:
-    void SetUp() override {
-        SandboxTest::SetUp();
-        restore_files();
-        // d is protected (mode R), p is plain (mode C).
-        ASSERT_EQ(register_items("m", {item_cfg("d", JX_PROTECT_R), item_cfg("p", 1)}), 0);
-        data = open_handle("d", "a+");
-        plain = open_handle("p", "a+");
-        logh = Handle(jx_fopen_log_file(&log_cfg, "a"), jx_fclose_log_file);
-        ASSERT_TRUE(data && plain && logh);
-    }
-    static void restore_files() {
-        for (const std::string &file : {kData, kPlain, kLog, kKey, kExtra})
-            write_file(file, file == kKey ? "[g]\nk=v\n" : file == kLog ? "log\n" : "old");
-        write_file(kData + ".sha256", side_file_text("old"));
-    }
-    static std::string files() {
-        return read_file(kTable) + read_file(kData) + read_file(kData + ".sha256") +
-               read_file(kLog) + read_file(kKey);
-    }
-    static int32_t reopen(const char *mode) { return open_handle("d", mode) != nullptr; }
-    // Opens and closes the key file held under a lock on a descriptor of its own,
-    // so no lock outlives the call; -2 when the close did not release it.
-    static int32_t key_cycle() {
-        const int fd = open(kKey.c_str(), O_RDWR | O_CLOEXEC), probe = open(kKey.c_str(), O_RDONLY);
-        GKeyFile *held = jx_open_key_file(kKey.c_str(), fd, 1);
-        const int32_t rc = held == nullptr ? -1 : jx_close_key_file(held, fd, 1);
-        const bool released = flock(probe, LOCK_EX | LOCK_NB) == 0;
-        close(probe);
-        close(fd);
-        return released ? rc : -2;
-    }
-    // It waited for the other process, returned `result`, and left no lock or descriptor.
-    static void expect_clean(const LockWait &wait, int32_t result) {
-        EXPECT_TRUE(wait.waited && wait.ran && wait.released && wait.descriptors == 0);
-        EXPECT_EQ(wait.result, result);
-    }
+void restore_files() {
+    for (const std::string &file : {kData, kPlain, kLog, kKey, kExtra})
+        write_file(file, file == kKey ? "[g]\nk=v\n" : file == kLog ? "log\n" : "old");
+    write_file(kData + ".sha256", side_file_text("old"));
+}
 
-    Handle data{nullptr, jx_fclose}, plain{nullptr, jx_fclose}, logh{nullptr, jx_fclose};
-    JxItemCfg log_cfg = item_cfg("l", JX_PROTECT_C, 0, kLog.c_str());
-    JxItemCfg extra = item_cfg("x", JX_PROTECT_R), bad_mode = item_cfg("b", 6);
-    JxFile closed{};  // a handle whose stream is null
-    std::unique_ptr<GKeyFile, void (*)(GKeyFile *)> key{g_key_file_new(), g_key_file_free};
-};
+std::string files() {
+    return read_file(kTable) + read_file(kData) + read_file(kData + ".sha256") + read_file(kLog) +
+           read_file(kKey);
+}
+
+int32_t reopen(const char *mode) { return open_handle("d", mode) != nullptr; }
+
+// Opens and closes the key file held under a lock on a descriptor of its own,
+// so no lock outlives the call; -2 when the close did not release it.
+int32_t key_cycle() {
+    const int fd = open(kKey.c_str(), O_RDWR | O_CLOEXEC), probe = open(kKey.c_str(), O_RDONLY);
+    GKeyFile *held = jx_open_key_file(kKey.c_str(), fd, 1);
+    const int32_t rc = held == nullptr ? -1 : jx_close_key_file(held, fd, 1);
+    const bool released = flock(probe, LOCK_EX | LOCK_NB) == 0;
+    close(probe);
+    close(fd);
+    return released ? rc : -2;
+}
+
+// It waited for the other process, returned `result`, and left no lock or descriptor.
+void expect_clean(const LockWait &wait, int32_t result) {
+    EXPECT_TRUE(wait.waited && wait.ran && wait.released && wait.descriptors == 0);
+    EXPECT_EQ(wait.result, result);
+}
+
+using OpsTest = SandboxTest;
 
 TEST_F(OpsTest, ArgumentCodesLockWaitsRebootRefusalAndFailedSteps) {
+    restore_files();
+    // d is protected (mode R), p is plain (mode C).
+    ASSERT_EQ(register_items("m", {item_cfg("d", JX_PROTECT_R), item_cfg("p", 1)}), 0);
+    JxItemCfg log_cfg = item_cfg("l", JX_PROTECT_C, 0, kLog.c_str());
+    JxItemCfg extra = item_cfg("x", JX_PROTECT_R), bad_mode = item_cfg("b", 6);
+    const Handle data = open_handle("d", "a+"), plain = open_handle("p", "a+"),
+                 logh(jx_fopen_log_file(&log_cfg, "a"), jx_fclose_log_file);
+    ASSERT_TRUE(data && plain && logh);
+    JxFile closed{};  // a handle whose stream is null
+    std::unique_ptr<GKeyFile, void (*)(GKeyFile *)> key{g_key_file_new(), g_key_file_free};
     JxFile *h = data.get();
     const std::tuple<Op, int32_t, std::vector<std::string>> rows[] = {
         {CALL(jx_set_module_name(nullptr)), JX_ERR_PARAM1, {}},
