@@ -15,16 +15,14 @@ const char kOddName[] = "it's odd;touch stray";  // must reach tar as one word
 std::vector<JxModuleItem *> g_packed;  // items handed to the callback
 void on_package(JxModuleItem *item) { g_packed.push_back(item); }
 
-class HandleTest : public SandboxTest {
-protected:
-    void SetUp() override {
-        SandboxTest::SetUp();
-        ASSERT_EQ(register_items("app", {item_cfg("data", JX_PROTECT_E),
-                                         item_cfg("plain", JX_PROTECT_C, 4, nullptr, on_package),
-                                         item_cfg(kOddName, JX_PROTECT_E, 6, nullptr, on_package)}),
-                  JX_OK);
-    }
-};
+// The items every test works on.
+int32_t register_app() {
+    return register_items("app", {item_cfg("data", JX_PROTECT_E),
+                                  item_cfg("plain", JX_PROTECT_C, 4, nullptr, on_package),
+                                  item_cfg(kOddName, JX_PROTECT_E, 6, nullptr, on_package)});
+}
+
+using HandleTest = SandboxTest;
 
 std::string last(const LogCapture &l) { return l.messages().empty() ? "" : l.messages().back(); }
 
@@ -39,6 +37,7 @@ std::string tar(const char *flags, const std::string &package) {
 }
 
 TEST_F(HandleTest, OpenModesThenProtectedWrites) {
+    ASSERT_EQ(register_app(), JX_OK);
     const std::tuple<const char *, const char *, bool, bool, bool, const char *> rows[] = {
         {"plain", "w", false, false, false, "unsupport mode: w."},
         {"plain", "r+", false, true, false, ""},
@@ -91,6 +90,7 @@ TEST_F(HandleTest, OpenModesThenProtectedWrites) {
 // Module files are packed in place under their own name, log files through a
 // copy "md_so_<name>" into the directory of their package path (else their own).
 TEST_F(HandleTest, AFileIsPackedWhenItHasReachedItsSizeUnlessPackingFails) {
+    ASSERT_EQ(register_app(), JX_OK);
     const std::tuple<const char *, const char *, const char *, uint32_t> rows[] = {
         {nullptr, kOddName, nullptr, 0},
         {"/opt/ulx/logs", "applog", nullptr, 3},
