@@ -15,13 +15,6 @@ const char kOddName[] = "it's odd;touch stray";  // must reach tar as one word
 std::vector<JxModuleItem *> g_packed;  // items handed to the callback
 void on_package(JxModuleItem *item) { g_packed.push_back(item); }
 
-// The items every test works on.
-int32_t register_app() {
-    return register_items("app", {item_cfg("data", JX_PROTECT_E),
-                                  item_cfg("plain", JX_PROTECT_C, 4, nullptr, on_package),
-                                  item_cfg(kOddName, JX_PROTECT_E, 6, nullptr, on_package)});
-}
-
 using HandleTest = SandboxTest;
 
 std::string last(const LogCapture &l) { return l.messages().empty() ? "" : l.messages().back(); }
@@ -36,8 +29,11 @@ std::string tar(const char *flags, const std::string &package) {
     return ran && status == 0 ? out : "<failed>";
 }
 
-TEST_F(HandleTest, OpenModesThenProtectedWrites) {
-    ASSERT_EQ(register_app(), JX_OK);
+TEST_F(HandleTest, OpensWritesFlushesAndPacks) {
+    ASSERT_EQ(register_items("app", {item_cfg("data", JX_PROTECT_E),
+                                     item_cfg("plain", JX_PROTECT_C, 4, nullptr, on_package),
+                                     item_cfg(kOddName, JX_PROTECT_E, 6, nullptr, on_package)}),
+              JX_OK);
     const std::tuple<const char *, const char *, bool, bool, bool, const char *> rows[] = {
         {"plain", "w", false, false, false, "unsupport mode: w."},
         {"plain", "r+", false, true, false, ""},
@@ -78,25 +74,23 @@ TEST_F(HandleTest, OpenModesThenProtectedWrites) {
     EXPECT_EQ(read_file(kData + ".sha256"), side_file_text(read_file(kData)));
     // Flushing syncs the stream, then each companion; a missing one is skipped after its line.
     remove((kDurable + ".bak.sha256").c_str());
-    IoFaults faults;
-    LogCapture log;
-    jx_flush_file(update.get());
-    EXPECT_EQ(faults.count(Call::kFsync), 4);
-    EXPECT_EQ(last(log),
-              "jx_flush_file g_fopen(app_data.bak.sha256) failed: "
-              "err[2: No such file or directory].");
-}
-
-// Module files are packed in place under their own name, log files through a
-// copy "md_so_<name>" into the directory of their package path (else their own).
-TEST_F(HandleTest, AFileIsPackedWhenItHasReachedItsSizeUnlessPackingFails) {
-    ASSERT_EQ(register_app(), JX_OK);
-    const std::tuple<const char *, const char *, const char *, uint32_t> rows[] = {
+    {
+        IoFaults faults;
+        LogCapture log;
+        jx_flush_file(update.get());
+        EXPECT_EQ(faults.count(Call::kFsync), 4);
+        EXPECT_EQ(last(log),
+                  "jx_flush_file g_fopen(app_data.bak.sha256) failed: "
+                  "err[2: No such file or directory].");
+    }
+    // Module files are packed in place under their own name, log files through a
+    // copy "md_so_<name>" into the directory of their package path (else their own).
+    const std::tuple<const char *, const char *, const char *, uint32_t> packings[] = {
         {nullptr, kOddName, nullptr, 0},
         {"/opt/ulx/logs", "applog", nullptr, 3},
         {"/opt/ulx/a b;c'd", "it's;touch stray", "/opt/ulx/a b;c'd/other.tar.gz", 6},
     };
-    for (const auto &[log_dir, name, package_path, items_logged] : rows) {
+    for (const auto &[log_dir, name, package_path, items_logged] : packings) {
         g_packed.clear();
         const std::string dir = log_dir ? log_dir : "/opt/ulx/pram",
                           file = log_dir ? name : std::string("app_") + name,
