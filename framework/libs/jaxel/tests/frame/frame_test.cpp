@@ -10,7 +10,7 @@ namespace {
 
 using namespace jx::test;
 
-TEST(Frame, ModuleNameFilePathsAndExit) {
+TEST(Frame, ModuleNameFilePathsQuotingAndExit) {
     const char *buffer = jx_get_module_name();
     EXPECT_STREQ(buffer, "");
     const std::string cut = "0123456789012345678901234567890", name40 = cut + "123456789";
@@ -35,20 +35,17 @@ TEST(Frame, ModuleNameFilePathsAndExit) {
         jx_get_file_path("n", nullptr, tier, buf, size);
         EXPECT_STREQ(buf, expected);
     }
-    // A second stop returns at once; a child with a deadline turns a hang into a
-    // failure. Other calls after the stop are outside the contract: not tested.
-    EXPECT_EQ(in_child([] { return (alarm(30), jx_exit() + jx_exit()); }), 0);
-}
-
-// Safe words pass bare, anything else goes in single quotes with each ' closed, escaped and
-// reopened; a result that does not fit with its NUL is refused and left empty.
-TEST(Frame, ShellQuoting) {
+    // Safe words pass bare, anything else goes in single quotes with each ' closed, escaped and
+    // reopened; a result that does not fit with its NUL is refused and left empty.
     for (auto [arg, size, quoted] :
          {std::tuple{"a.b/c", 5, ""}, {"a;b", 6, "'a;b'"}, {"'", 7, "''\\'''"}}) {
         char out[80] = "-";
         EXPECT_EQ(jx::shell_quote(arg, out, size), *quoted != '\0') << arg;
         EXPECT_STREQ(out, quoted);
     }
+    // A second stop returns at once; a child with a deadline turns a hang into a
+    // failure. Other calls after the stop are outside the contract: not tested.
+    EXPECT_EQ(in_child([] { return (alarm(30), jx_exit() + jx_exit()); }), 0);
 }
 
 // One line per message: "[pid] source(line): message\n" at priority 135; a

@@ -14,13 +14,13 @@ using IntegrityTest = SandboxTest;
 // The tier follows the path's exact leading characters, with no normalisation:
 // f flash driver, s counted save area, p plain file. Only a new file also syncs
 // its directory.
-TEST_F(IntegrityTest, WholeContentOnEachTierAndProtectedWrites) {
+TEST_F(IntegrityTest, WholeContentProtectedWritesAndValidity) {
     const std::string content("hello\0world", 11);
-    using Row = std::pair<const char *, char>;
+    using Tier = std::pair<const char *, char>;
     for (const auto &[path, tier] :
-         {Row{"/opt/ulx/save/a", 's'}, Row{"/opt/ulx/savex", 'p'}, Row{"/opt/ulx/pram/a", 'p'},
-          Row{"/opt/ulx/pflash/a", 'f'}, Row{"/opt/ulx/pflashx", 'p'},
-          Row{"/opt/ulx//pflash/b", 'p'}}) {
+         {Tier{"/opt/ulx/save/a", 's'}, Tier{"/opt/ulx/savex", 'p'}, Tier{"/opt/ulx/pram/a", 'p'},
+          Tier{"/opt/ulx/pflash/a", 'f'}, Tier{"/opt/ulx/pflashx", 'p'},
+          Tier{"/opt/ulx//pflash/b", 'p'}}) {
         IoFaults faults;
         const uint64_t counted = jx_wirte_cnt_get(2);
         for (const std::string &text : {content, std::string()}) {
@@ -57,14 +57,11 @@ TEST_F(IntegrityTest, WholeContentOnEachTierAndProtectedWrites) {
         // The first write creates the side file, which also syncs its directory.
         EXPECT_EQ(faults.count(Call::kFsync) - synced, size == 1 ? 3 : 2) << size;
     }
-}
-
-// Both tests compare the first 64 characters of the side file with the digest;
-// a working copy without a side file counts as valid, only in persistent RAM.
-TEST_F(IntegrityTest, ValidityAgainstTheSideFile) {
+    // Both tests compare the first 64 characters of the side file with the digest;
+    // a working copy without a side file counts as valid, only in persistent RAM.
     const std::string ram = "/opt/ulx/pram/a", digest = sha256_hex("data");
     using Row = std::tuple<std::string, const char *, std::optional<std::string>, int, int>;
-    for (const auto &[path, content, side, valid, ram_valid] :
+    for (const auto &[file, text, side, valid, ram_valid] :
          {Row{ram, "data", side_file_text("data"), 1, 1}, Row{ram, "", side_file_text(""), 1, 1},
           Row{ram, "data", digest + "xyz", 1, 1}, Row{ram, "data", digest.substr(0, 63), 0, 0},
           Row{ram, "data", "", 0, 0}, Row{ram, "data", side_file_text("datA"), 0, 0},
@@ -72,11 +69,11 @@ TEST_F(IntegrityTest, ValidityAgainstTheSideFile) {
           Row{"/opt/ulx/pramx", "data", std::nullopt, 0, 0},
           Row{"/opt/ulx/save/a", "data", side_file_text("data"), 1, 0}}) {
         reset_sandbox();
-        content != nullptr ? write_file(path, content) : void();
-        side ? write_file(path + ".sha256", *side) : void();
-        EXPECT_EQ(is_file_valid(path.c_str(), (path + ".sha256").c_str()), valid)
-            << path << side.value_or("none");
-        EXPECT_EQ(is_ram_file_valid(path.c_str()), ram_valid) << path << side.value_or("none");
+        text != nullptr ? write_file(file, text) : void();
+        side ? write_file(file + ".sha256", *side) : void();
+        EXPECT_EQ(is_file_valid(file.c_str(), (file + ".sha256").c_str()), valid)
+            << file << side.value_or("none");
+        EXPECT_EQ(is_ram_file_valid(file.c_str()), ram_valid) << file << side.value_or("none");
     }
 }
 
