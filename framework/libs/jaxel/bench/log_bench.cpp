@@ -23,6 +23,7 @@ void BM_LogWrite(benchmark::State &state) {
         benchmark::DoNotOptimize(jx_fwrite_log(kLogLine.data(), 1, kLogLine.size(), log));
     }
     jx_fclose_log_file(log);
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kLogLine.size()));
 }
 BENCHMARK(BM_LogWrite)->Iterations(kLogWrites);
 
@@ -43,6 +44,7 @@ void BM_LogWriteFloor(benchmark::State &state) {
         benchmark::DoNotOptimize(log_write_floor(fd));
     }
     ::close(fd);
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kLogLine.size()));
 }
 BENCHMARK(BM_LogWriteFloor)->Iterations(kLogWrites);
 
