@@ -39,6 +39,8 @@ const Io kRealIo = {
     pflash_close,   pflash_recover_file,
     ::syslog,       ::fclose,
     ::close,        ::fseeko,
+    ::write,        ::pwrite,
+    ::rename,       ::mkdir,
 };
 
 Io g_io = kRealIo;

@@ -35,6 +35,11 @@ struct Io {
     int (*close)(int fd);
     // Seeking flushes a stream's pending output, so it is a durable step too.
     int (*fseek)(FILE *stream, off_t offset, int whence);
+    // Descriptor-level writes and directory calls of the redo records.
+    ssize_t (*write)(int fd, const void *data, size_t len);
+    ssize_t (*pwrite)(int fd, const void *data, size_t len, off_t offset);
+    int (*rename)(const char *from, const char *to);
+    int (*mkdir)(const char *path, mode_t mode);
 };
 
 // The live table; it starts as the real calls.

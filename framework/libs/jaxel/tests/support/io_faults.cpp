@@ -28,7 +28,7 @@ constexpr auto kEntries = std::make_tuple(
     &Io::open, &Io::fopen, &Io::fwrite, &Io::fputc, &Io::fflush, &Io::fsync, &Io::ftruncate,
     &Io::unlink, &Io::chmod, &Io::fchmod, &Io::chown, &Io::fchown, &Io::flock, &Io::run, &Io::delay,
     &Io::pflash_open, &Io::pflash_write, &Io::pflash_get_contents, &Io::pflash_recover_file,
-    &Io::fclose, &Io::close, &Io::fseek);
+    &Io::fclose, &Io::close, &Io::fseek, &Io::write, &Io::pwrite, &Io::rename, &Io::mkdir);
 static_assert(std::tuple_size_v<decltype(kEntries)> == static_cast<int>(Call::kCount));
 
 // Counts the call; fails it (errno set) or ends the process as its rule says.

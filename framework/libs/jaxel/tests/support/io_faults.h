@@ -28,6 +28,10 @@ enum class Call {
     kFclose,
     kClose,
     kFseek,
+    kWrite,
+    kPwrite,
+    kRename,
+    kMkdir,
     kCount
 };
 
