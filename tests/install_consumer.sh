@@ -16,6 +16,7 @@ libdir=$(find "$work/prefix" -name jaxel.pc -exec dirname {} \;)
 export PKG_CONFIG_PATH="$libdir"
 # shellcheck disable=SC2046 # pkg-config prints several words on purpose
 "$cc" -std=c99 -pedantic -Werror "$work/app.c" -o "$work/app" $(pkg-config --cflags --libs jaxel)
+pkg-config --static --libs jaxel >/dev/null
 test -f "$(dirname "$libdir")/cmake/Jaxel/JaxelConfig.cmake"
 LD_LIBRARY_PATH="$(dirname "$libdir")" "$work/app"
 echo "consumer built with pkg-config and ran"

@@ -43,6 +43,12 @@
 #include <stdint.h>
 #include <stdio.h>
 
+/* The library's version; the configure step checks it against the build's own. */
+#define JAXEL_VERSION_MAJOR 0
+#define JAXEL_VERSION_MINOR 1
+#define JAXEL_VERSION_PATCH 0
+#define JAXEL_VERSION_STRING "0.1.0"
+
 #ifdef __cplusplus
 extern "C" {
 #define JX_NOEXCEPT noexcept
