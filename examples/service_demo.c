@@ -1,11 +1,20 @@
 /* A small service process that keeps its files through libjaxel. Run it inside
  * examples/run-in-sandbox.sh: it works on /opt/ulx, which the sandbox provides.
  *
- * It plays a controller's life: the durable copy of a configuration file is in
- * the save area, the service starts and gets its working copy built from it,
- * the working copy is damaged and the next start repairs it, then the service
- * writes, edits and rolls over files, keeps a key file and restores a file to
- * its factory state. Each start-up runs in a fresh process, as on the target. */
+ * It plays a controller's life: the service starts, writes its configuration,
+ * and the sync service jaxel-syncd makes the durable copy in the save area; the
+ * working copy is lost, then torn, and each next start rebuilds it from the
+ * durable copy. Then the service writes, edits and rolls over files, keeps a key
+ * file and restores a file to its factory state. Each start-up runs in a fresh
+ * process, as on the target. Last it shows what the library keeps: the table,
+ * the companions of each file and `jaxelctl status`.
+ *
+ * The tools are found through the environment: JAXEL_SYNCD and JAXELCTL name
+ * their binaries (run-example.sh sets them when the tools are built). Without
+ * jaxel-syncd the demo writes the durable copy itself. */
+#define _POSIX_C_SOURCE 200809L
+
+#include <dirent.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -25,7 +34,9 @@
 #define SETTINGS "/opt/ulx/pram/demo_settings.ini"
 #define FACTORY_FILE "/opt/ulx/pram/demo_factory.cfg"
 #define FACTORY_DIR "/opt/ulx/save/factory"
+#define TABLE "/opt/ulx/pram/fsync_reg.ini"
 
+static const char kNetConf[] = "mtu=1500\nspeed=auto\n";
 static int g_failures;
 static int g_rollovers;
 
@@ -71,19 +82,66 @@ static int start_up(void) {
     return (int)jx_init(kFiles, (int32_t)(sizeof kFiles / sizeof kFiles[0]));
 }
 
-/* One service start in a fresh process, as after a power cycle. */
-static void restart(const char *self, const char *why) {
+/* Runs a program with up to two arguments (NULL ends them early) and returns its
+ * exit code, or -1 when it did not exit. */
+static int run(const char *program, const char *arg1, const char *arg2) {
     pid_t pid;
     int status = 0;
-    printf("-- restart: %s\n", why);
     (void)fflush(stdout);
     pid = fork();
     if (pid == 0) {
-        execl(self, self, "start", (char *)NULL);
+        execl(program, program, arg1, arg2, (char *)NULL);
         _exit(127);
     }
-    waitpid(pid, &status, 0);
-    check("start-up in a fresh process", WIFEXITED(status) ? WEXITSTATUS(status) : -1, 0);
+    if (pid < 0 || waitpid(pid, &status, 0) != pid) {
+        return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+/* The binary that the environment variable names, or NULL when that tool is not built. */
+static const char *tool(const char *variable) {
+    const char *path = getenv(variable);
+    return path != NULL && access(path, X_OK) == 0 ? path : NULL;
+}
+
+/* One service start in a fresh process, as after a power cycle. */
+static void restart(const char *self, const char *why) {
+    printf("-- restart: %s\n", why);
+    check("start-up in a fresh process", run(self, "start", NULL), 0);
+}
+
+static void write_config(void) {
+    JxFile *net = jx_fopen("net.conf", "w");
+    if (net == NULL) {
+        printf("cannot open net.conf\n");
+        ++g_failures;
+        return;
+    }
+    check("write the configuration", jx_fwrite(kNetConf, 1, sizeof kNetConf - 1, net),
+          (long)(sizeof kNetConf - 1));
+    jx_fclose(net);
+}
+
+/* One pass of the sync service, when it is built; returns whether it ran. Its exit
+ * codes add up like fsck's: 1 alone means that it wrote copies. */
+static int sync_pass(void) {
+    const char *syncd = tool("JAXEL_SYNCD");
+    if (syncd == NULL) {
+        return 0;
+    }
+    printf("-- jaxel-syncd --once\n");
+    check("durable copies brought in step", run(syncd, "--once", NULL) & ~1, 0);
+    return 1;
+}
+
+static void keep_durable_copy(void) {
+    if (sync_pass()) {
+        return;
+    }
+    printf("-- jaxel-syncd is not built: the demo writes the durable copy itself\n");
+    check("durable copy written", jx_set_content(NET_CONF_DURABLE, kNetConf, sizeof kNetConf - 1),
+          0);
 }
 
 static void write_edit_and_roll_over(void) {
@@ -141,8 +199,55 @@ static void factory_restore(void) {
     show(FACTORY_FILE);
 }
 
+static void show_table(void) {
+    char line[320];
+    FILE *table = fopen(TABLE, "r");
+    printf("-- the table, %s\n", TABLE);
+    if (table == NULL) {
+        printf("  missing\n");
+        ++g_failures;
+        return;
+    }
+    while (fgets(line, sizeof line, table) != NULL) {
+        printf("  %s", line);
+    }
+    (void)fclose(table);
+}
+
+static int is_demo_file(const struct dirent *entry) {
+    return strncmp(entry->d_name, MODULE "_", sizeof MODULE) == 0;
+}
+
+/* The demo's files in one tier with their companions: side files, backups, packages. */
+static void list_files(const char *dir) {
+    struct dirent **entries = NULL;
+    int n = scandir(dir, &entries, is_demo_file, alphasort);
+    int i;
+    for (i = 0; i < n; ++i) {
+        char path[512];
+        struct stat st;
+        (void)snprintf(path, sizeof path, "%s%s", dir, entries[i]->d_name);
+        printf("  %-52s %6ld bytes\n", path, stat(path, &st) == 0 ? (long)st.st_size : -1L);
+        free(entries[i]);
+    }
+    free(entries);
+}
+
+static void show_what_is_kept(void) {
+    const char *jaxelctl = tool("JAXELCTL");
+    show_table();
+    printf("-- the files and their companions\n");
+    list_files("/opt/ulx/pram/");
+    list_files("/opt/ulx/save/");
+    if (jaxelctl == NULL) {
+        printf("-- jaxelctl is not built\n");
+        return;
+    }
+    printf("-- jaxelctl status\n");
+    printf("jaxelctl status exited with %d\n", run(jaxelctl, "status", NULL));
+}
+
 int main(int argc, char **argv) {
-    static const char durable[] = "mtu=1500\nspeed=auto\n";
     /* The library logs through the process's own syslog settings; LOG_PERROR
      * puts its lines on stderr too. */
     openlog("jaxel-demo", LOG_PERROR | LOG_PID, LOG_LOCAL0);
@@ -151,9 +256,16 @@ int main(int argc, char **argv) {
         return start_up() == 0 ? 0 : 1;
     }
 
-    printf("-- the save area holds the durable copy, as the sync service left it\n");
-    check("durable copy written", jx_set_content(NET_CONF_DURABLE, durable, sizeof durable - 1), 0);
-    restart(argv[0], "no working copy yet");
+    printf("-- first start: the service registers its files and writes its configuration\n");
+    check("this process starts its service", start_up(), 0);
+    write_config();
+    keep_durable_copy();
+    show(NET_CONF);
+    show(NET_CONF_DURABLE);
+
+    (void)unlink(NET_CONF);
+    printf("-- the working copy is lost\n");
+    restart(argv[0], "no working copy");
     show(NET_CONF);
 
     put_file(NET_CONF, "mtu=15");
@@ -162,10 +274,11 @@ int main(int argc, char **argv) {
     restart(argv[0], "the working copy no longer matches its side file");
     show(NET_CONF);
 
-    check("this process starts its service", start_up(), 0);
     write_edit_and_roll_over();
     keep_a_key_file();
     factory_restore();
+    (void)sync_pass();
+    show_what_is_kept();
     check("final stop", jx_exit(), 0);
     closelog();
     printf("%s\n", g_failures == 0 ? "demo finished: all steps ok" : "demo finished with failures");
