@@ -99,6 +99,7 @@ enum {
 };
 
 typedef struct JxModuleItem JxModuleItem;
+/* Called after a file was packaged and emptied; item belongs to the library. */
 typedef void (*JxPackageCallback)(JxModuleItem *item);
 
 struct JxModuleItem {
@@ -155,7 +156,8 @@ void jx_get_file_path(const char *short_name, const char *module_name, uint32_t 
 /* start-up */
 /* jx_init_cfg with the process's module name; a failure is also logged here. */
 int32_t jx_init(const JxItemCfg *cfg, int32_t count) JX_NOEXCEPT;
-/* Registers count elements of cfg for module_name: derives each file's copies from its protect
+/* Registers count elements of cfg for module_name (the library copies what it keeps of cfg,
+ * so the caller may free cfg afterwards): derives each file's copies from its protect
  * mode, adds a table group unless the file is listed already, adds the item to the process's
  * list (elements already in it are skipped), and repairs the working copy; an element with a
  * package size also registers its package as a C file. Then acts on a factory-restore request.
@@ -174,8 +176,9 @@ int32_t jx_factory_load_req(uint32_t request) JX_NOEXCEPT;
 /* handles */
 /* jx_fopen_file with the process's module name. */
 JxFile *jx_fopen(const char *short_name, const char *mode) JX_NOEXCEPT;
-/* Opens the registered file short_name of module_name with an fopen mode and gives it the
- * item's mode and group. A file with a package size opens only for reading or appending. A
+/* Opens the registered file short_name of module_name with an fopen mode ("r", "w" or "a",
+ * each optionally followed by "+" and "b") and gives it the item's mode
+ * and group. A file with a package size opens only for reading or appending. A
  * truncating mode ("w", "w+", "wb", "w+b") on an existing file clears it first as
  * jx_clear_module_file does. A working copy that fails its side file is rebuilt from its
  * durable copy under the mutex and the file's flock. Returns a handle that the caller owns and
@@ -232,7 +235,9 @@ int32_t jx_clear_log_file(const JxItemCfg *descriptor) JX_NOEXCEPT;
 /* Writes one character through the handle, flushes it, then refreshes the side file. Takes the
  * mutex, then the handle's flock. JX_ERR_PARAM2 null handle or stream, JX_ERR_WRITE. */
 int32_t jx_fputc(int c, JxFile *stream) JX_NOEXCEPT;
-/* Inserts length bytes of data at offset (at the end when offset is beyond it). jx_delete
+/* In-place edits. The arguments come in the order data, its length, offset, then (jx_modify)
+ * the length replaced, and the handle last; jx_delete takes the count before the offset.
+ * Inserts length bytes of data at offset (at the end when offset is beyond it). jx_delete
  * removes count bytes at offset (nothing when offset is at or past the end); jx_modify replaces
  * replaced_length bytes at offset with length bytes of data. Each rewrites the whole file with
  * its side file first, under the mutex and the handle's flock. Argument codes follow the
@@ -269,10 +274,12 @@ int32_t jx_check_recovery_rambak(const char *path) JX_NOEXCEPT;
 int32_t jx_recovery_flash_bak(const char *path) JX_NOEXCEPT;
 
 /* key files */
-/* Opens a key file under /opt/ulx/pram/: takes the flock on fd (NULL for fd -1), rebuilds the
- * file from its durable copy when it fails its side file, and loads it. With hold not 0 the
- * lock stays until jx_close_key_file with hold not 0. The caller owns the key file and ends it
- * with jx_close_key_file (same fd and hold). NULL on failure. No mutex. */
+/* Opens a key file under /opt/ulx/pram/ (NULL for another path or fd -1): takes the flock on
+ * fd, rebuilds the file from its durable copy when it fails its side file, and loads it. With
+ * hold 0 the lock is released once the file is loaded; with hold not 0 it stays (for a later
+ * jx_writeback_key_file) until jx_close_key_file with hold not 0; a failed open releases it. The
+ * caller owns the key file and ends it with jx_close_key_file (same fd and hold). NULL on failure.
+ * No mutex. */
 GKeyFile *jx_open_key_file(const char *path, int fd, int hold) JX_NOEXCEPT;
 /* Frees key and, with hold not 0, releases the flock on fd. JX_ERR_PARAM1 for a null key. */
 int32_t jx_close_key_file(GKeyFile *key, int fd, int hold) JX_NOEXCEPT;
