@@ -24,6 +24,7 @@ JAXEL_SYNCD=$(find_tool jaxel-syncd)
 export JAXELCTL JAXEL_SYNCD
 examples/run-in-sandbox.sh ${keep:+--keep "$keep"} build/examples/jaxel_service_demo
 if [ -n "$keep" ]; then
+  look=${JAXELCTL:+"$JAXELCTL status"}
   echo "The sandbox is kept in $keep; look at it again with:"
-  echo "  examples/run-in-sandbox.sh --keep $keep ${JAXELCTL:-build/.../jaxelctl} status"
+  echo "  examples/run-in-sandbox.sh --keep $keep ${look:-sh}"
 fi
