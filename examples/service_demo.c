@@ -12,8 +12,6 @@
  * The tools are found through the environment: JAXEL_SYNCD and JAXELCTL name
  * their binaries (run-example.sh sets them when the tools are built). Without
  * jaxel-syncd the demo writes the durable copy itself. */
-#define _POSIX_C_SOURCE 200809L
-
 #include <dirent.h>
 #include <fcntl.h>
 #include <stdio.h>
