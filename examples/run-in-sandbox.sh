@@ -12,11 +12,11 @@ usage() {
 keep=""
 if [ "${1-}" = --keep ]; then
   [ $# -ge 2 ] || usage
-  mkdir -p "$2"
-  keep=$(realpath "$2")
+  keep=$(realpath -m "$2")
   case $keep/ in
   /opt/* | /dev/shm/*) echo "$0: --keep $2 would be hidden by the sandbox" >&2 && exit 2 ;;
   esac
+  mkdir -p "$keep"
   shift 2
 fi
 [ $# -ge 1 ] || usage
