@@ -1,5 +1,7 @@
 #include "sync_item.h"
 
+#include "exit_codes.h"
+
 #include "frame/frame.h"
 #include "integrity/integrity.h"
 #include "integrity/tier.h"
@@ -89,6 +91,20 @@ const char *sync_result_name(SyncResult result) {
     case SyncResult::kNotKept: break;
     }
     return "not-kept";
+}
+
+int sync_exit_bits(SyncResult result) {
+    switch (result) {
+    case SyncResult::kWritten: return kExitFixed;
+    case SyncResult::kWouldWrite:
+    case SyncResult::kUnverified:
+    case SyncResult::kFailed:
+    case SyncResult::kThrottled: return kExitProblems;
+    case SyncResult::kRebooting: return kExitOperational;
+    case SyncResult::kInStep:
+    case SyncResult::kNotKept: break;
+    }
+    return kExitClean;
 }
 
 }  // namespace jx::tools

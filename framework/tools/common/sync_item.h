@@ -31,5 +31,7 @@ using Admit = std::function<bool(uint64_t bytes)>;
 SyncOutcome sync_item(const RegItem &item, bool dry_run, const Admit &admit);
 
 const char *sync_result_name(SyncResult result);
+// The exit bits of jaxelctl sync (and jaxel-syncd --once) for one file.
+int sync_exit_bits(SyncResult result);
 
 }  // namespace jx::tools

@@ -5,16 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "exit_codes.h"
 #include "file_state.h"
 
 namespace jx::tools {
-
-// Exit bits, OR'ed as fsck does.
-inline constexpr int kExitClean = 0;
-inline constexpr int kExitFixed = 1;
-inline constexpr int kExitProblems = 4;
-inline constexpr int kExitOperational = 8;
-inline constexpr int kExitUsage = 16;
 
 struct CtlOptions {
     bool quiet = false;
