@@ -38,20 +38,25 @@ Service::~Service() {
     }
 }
 
-bool Service::reload() {
+bool Service::reload(bool only_new) {
     TableSnapshot snapshot;
     if (take_snapshot(static_cast<uint32_t>(settings_.lock_wait_ms), snapshot) !=
         SnapshotResult::kOk) {
         return false;
     }
-    items_.clear();
+    std::map<std::string, RegItem> known;
+    known.swap(items_);
     watcher_->watch(parent_of(kRegTablePath).c_str());
+    const int64_t now = g_get_monotonic_time();
     for (const RegItem &item : snapshot.items) {
         items_[item.src] = item;
         watcher_->watch(parent_of(item.src).c_str());
+        if (!only_new || !known.contains(item.src)) {
+            mark(item.src, now, true);
+        }
     }
     std::erase_if(pending_, [this](const auto &entry) { return !items_.contains(entry.first); });
-    mark_all();
+    schedule();
     return true;
 }
 
@@ -62,8 +67,9 @@ void Service::reconfigure(const Settings &settings) {
 }
 
 void Service::changed(const std::string &path) {
+    // Every start-up closes the table after writing, changed or not.
     if (path == kRegTablePath) {
-        (void)reload();
+        (void)reload(true);
         return;
     }
     const std::string owner = companion_owner(path);

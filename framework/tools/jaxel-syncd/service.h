@@ -24,8 +24,9 @@ public:
     Service(const Service &) = delete;
     Service &operator=(const Service &) = delete;
 
-    // Reads the table anew, watches the directories and marks every file.
-    bool reload();
+    // Reads the table anew and watches the directories; marks every file, or
+    // with only_new the files the table did not list before.
+    bool reload(bool only_new = false);
     void reconfigure(const Settings &settings);
     void changed(const std::string &path);
     void mark_all();
