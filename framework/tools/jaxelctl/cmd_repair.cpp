@@ -13,6 +13,15 @@ bool working_damaged(const FileState &state) {
     return state.working == CopyState::kMissing || state.working == CopyState::kMismatch;
 }
 
+// The copy the repair takes as the truth, as recovery weighs them: the durable
+// copy when it verifies, else its backup.
+const char *truth(const FileState &state) {
+    if (state.durable == CopyState::kOk) {
+        return "-from-durable";
+    }
+    return state.backup == CopyState::kOk ? "-from-backup" : "-from-nothing";
+}
+
 int32_t run_recovery(const RegItem &item, bool rebuild_working) {
     if (rebuild_working) {
         return jx_file_recover_by_name(item.src, &item);
@@ -27,6 +36,7 @@ int repair_one(const CtlOptions &options, const RegItem &item, Row &row) {
     }
     const bool rebuild_working = working_damaged(row.state);
     row.action = rebuild_working ? "rebuild-working" : "repair-durable";
+    row.action += truth(row.state);
     if (options.dry_run) {
         row.action = "would-" + row.action;
         return kExitProblems;
