@@ -37,17 +37,15 @@ const char *planned_action(const char *directory, const char *live) {
 
 int plan_rows(const CtlOptions &options, const char *directory, Report &report) {
     int bits = kExitClean;
-    for_each_file(options, {}, report, [&](const RegItem &item, Row &row) {
-        if (item.protect_mode != JX_PROTECT_F) {
-            row.path.clear();
+    for_each_file(
+        options, {}, report,
+        [&](const RegItem &item, Row &row) {
+            row.action = planned_action(directory, item.src);
+            row.state = inspect(item);
+            bits |= row.action == std::string("none") ? 0 : 1;
             return kExitClean;
-        }
-        row.action = planned_action(directory, item.src);
-        row.state = inspect(item);
-        bits |= row.action == std::string("none") ? 0 : 1;
-        return kExitClean;
-    });
-    std::erase_if(report.rows, [](const Row &row) { return row.path.empty(); });
+        },
+        JX_PROTECT_F);
     return bits;
 }
 

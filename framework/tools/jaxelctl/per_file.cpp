@@ -24,7 +24,7 @@ bool all_registered(const Paths &paths, const std::vector<RegItem> &items, Repor
 }  // namespace
 
 void for_each_file(const CtlOptions &options, const Paths &paths, Report &report,
-                   const FileAction &action) {
+                   const FileAction &action, ProtectMode only) {
     TableSnapshot snapshot;
     switch (take_snapshot(options.wait_ms(), snapshot)) {
     case SnapshotResult::kOk: break;
@@ -36,6 +36,9 @@ void for_each_file(const CtlOptions &options, const Paths &paths, Report &report
         return;
     }
     for (const RegItem &item : items) {
+        if (only != JX_PROTECT_INVALID && item.protect_mode != only) {
+            continue;
+        }
         Row row;
         row.path = item.src;
         row.mode = mode_letter(item.protect_mode);

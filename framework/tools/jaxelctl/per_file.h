@@ -12,8 +12,9 @@ namespace jx::tools {
 // Fills the row of a file whose lock is held; returns exit bits.
 using FileAction = std::function<int(const RegItem &item, Row &row)>;
 
+// With `only`, the files of that protect mode alone.
 void for_each_file(const CtlOptions &options, const Paths &paths, Report &report,
-                   const FileAction &action);
+                   const FileAction &action, ProtectMode only = JX_PROTECT_INVALID);
 
 // Mutating commands stop with exit 8 while a reboot is in progress.
 bool refuse_during_reboot(Report &report);
