@@ -4,7 +4,7 @@
 # analysis, valgrind) and of the armhf build (cross compiler, qemu-user,
 # mmdebstrap).
 set -eu
-packages="cmake g++ make pkg-config libglib2.0-dev libssl-dev libjson-glib-dev libgtest-dev libgmock-dev
+packages="cmake g++ make pkg-config libglib2.0-dev libssl-dev libjson-glib-dev libsystemd-dev libgtest-dev libgmock-dev
   libbenchmark-dev util-linux binutils tar gzip
   clang-format clang-tidy cppcheck shellcheck valgrind
   g++-arm-linux-gnueabihf qemu-user-static mmdebstrap"
