@@ -101,10 +101,12 @@ int64_t Service::due_us(const Pending &pending) const {
     return std::max(std::min(settled, capped), pending.not_before_us);
 }
 
-int Service::sync_one(const RegItem &item, Pending &pending, bool final, int64_t now_us) {
+int Service::sync_one(const RegItem &item, Pending &pending, bool final, int64_t now_us,
+                      bool &retry) {
     const ItemLock lock(item, static_cast<uint32_t>(settings_.lock_wait_ms));
     if (!lock.held()) {
         pending.not_before_us = now_us + kRetryUs;
+        retry = true;
         return kExitOperational;
     }
     uint64_t refused = 0;
@@ -120,9 +122,13 @@ int Service::sync_one(const RegItem &item, Pending &pending, bool final, int64_t
         break;
     case SyncResult::kThrottled:
         pending.not_before_us = now_us + budget_.wait_us(refused, now_us);
+        retry = true;
         break;
     case SyncResult::kRebooting:
-    case SyncResult::kFailed: pending.not_before_us = now_us + kRetryUs; break;
+    case SyncResult::kFailed:
+        pending.not_before_us = now_us + kRetryUs;
+        retry = true;
+        break;
     default: break;
     }
     return sync_exit_bits(outcome.result);
@@ -141,10 +147,9 @@ int Service::pass(bool final) {
             ++entry;
             continue;
         }
-        const int64_t before = entry->second.not_before_us;
-        bits |= sync_one(item->second, entry->second, final, now);
-        // Kept only when it must be tried again later.
-        entry = entry->second.not_before_us != before ? std::next(entry) : pending_.erase(entry);
+        bool retry = false;
+        bits |= sync_one(item->second, entry->second, final, now, retry);
+        entry = retry ? std::next(entry) : pending_.erase(entry);
     }
     save_state();
     schedule();

@@ -45,7 +45,8 @@ private:
 
     void mark(const std::string &src, int64_t now_us, bool at_once);
     int64_t due_us(const Pending &pending) const;
-    int sync_one(const RegItem &item, Pending &pending, bool final, int64_t now_us);
+    // Sets retry when the file must stay pending.
+    int sync_one(const RegItem &item, Pending &pending, bool final, int64_t now_us, bool &retry);
     void schedule();
     void save_state() const;
     static gboolean on_timer(gpointer self);
