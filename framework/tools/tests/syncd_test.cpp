@@ -44,10 +44,8 @@ class SyncdTest : public SandboxTest {};
 TEST_F(SyncdTest, PropagatesValidWritesWithinTheDebounce) {
     lay_registered("alpha");
     write_through_library("b", "one");
-    const char *argv[] = {JAXEL_SYNCD_PATH, "--debounce-ms=200", "--max-delay-ms=400", nullptr};
-    GPid pid = 0;
-    ASSERT_TRUE(g_spawn_async(nullptr, const_cast<char **>(argv), nullptr,
-                              G_SPAWN_DO_NOT_REAP_CHILD, nullptr, nullptr, &pid, nullptr));
+    const int pid = start_tool(JAXEL_SYNCD_PATH, {"--debounce-ms=200", "--max-delay-ms=400"});
+    ASSERT_GT(pid, 0);
     EXPECT_TRUE(within_ms(5000, [] { return read_file(kDurableB) == "one"; }));
     write_through_library("a", "beta");
     EXPECT_TRUE(within_ms(200 + 1000, [] { return read_file(kDurable) == "beta"; }));

@@ -26,17 +26,50 @@ void write_through_library(const char *short_name, const std::string &text) {
               0);
 }
 
-ToolRun run_tool(const char *program, const std::vector<std::string> &args) {
-    std::vector<char *> argv{const_cast<char *>(program)};
-    for (const std::string &arg : args) {
-        argv.push_back(const_cast<char *>(arg.c_str()));
+namespace {
+
+// The emulator's words (in cross builds), the program and its arguments.
+std::vector<std::string> command_of(const char *program, const std::vector<std::string> &args) {
+    std::vector<std::string> words;
+#ifdef JAXEL_TOOL_EMULATOR
+    gchar **emulator = g_strsplit(JAXEL_TOOL_EMULATOR, " ", -1);
+    words.assign(emulator, emulator + g_strv_length(emulator));
+    g_strfreev(emulator);
+#endif
+    words.push_back(program);
+    words.insert(words.end(), args.begin(), args.end());
+    return words;
+}
+
+std::vector<char *> argv_of(std::vector<std::string> &words) {
+    std::vector<char *> argv;
+    for (std::string &word : words) {
+        argv.push_back(word.data());
     }
     argv.push_back(nullptr);
+    return argv;
+}
+
+}  // namespace
+
+int start_tool(const char *program, const std::vector<std::string> &args) {
+    std::vector<std::string> words = command_of(program, args);
+    GPid pid = 0;
+    return g_spawn_async(nullptr, argv_of(words).data(), nullptr,
+                         static_cast<GSpawnFlags>(G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_SEARCH_PATH),
+                         nullptr, nullptr, &pid, nullptr)
+               ? pid
+               : 0;
+}
+
+ToolRun run_tool(const char *program, const std::vector<std::string> &args) {
+    std::vector<std::string> words = command_of(program, args);
     ToolRun run;
     gchar *out = nullptr;
     int status = 0;
-    if (g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_STDERR_TO_DEV_NULL, nullptr, nullptr,
-                     &out, nullptr, &status, nullptr)) {
+    if (g_spawn_sync(nullptr, argv_of(words).data(), nullptr,
+                     static_cast<GSpawnFlags>(G_SPAWN_STDERR_TO_DEV_NULL | G_SPAWN_SEARCH_PATH),
+                     nullptr, nullptr, &out, nullptr, &status, nullptr)) {
         run.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         run.out = out;
     }

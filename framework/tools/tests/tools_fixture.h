@@ -26,6 +26,8 @@ struct ToolRun {
     std::string out;
 };
 ToolRun run_tool(const char *program, const std::vector<std::string> &args);
+// Starts a tool in the background; its pid, 0 when it could not start.
+int start_tool(const char *program, const std::vector<std::string> &args);
 
 std::map<std::string, std::string> all_files();
 
