@@ -6,7 +6,7 @@
 set -eu
 
 suite=bookworm
-packages="libglib2.0-dev,libgtest-dev,libgmock-dev,libstdc++6,libssl-dev"
+packages="libglib2.0-dev,libgtest-dev,libgmock-dev,libstdc++6,libssl-dev,libjson-glib-dev"
 cache=${JAXEL_SYSROOT_CACHE:-/var/cache/jaxel-armhf-sysroot}
 key=$(printf '%s %s %s\n' armhf "$suite" "$packages" | sha256sum | cut -c1-16)
 sysroot="$cache/$key"

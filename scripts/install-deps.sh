@@ -5,7 +5,7 @@
 # build (cross compiler, qemu-user, mmdebstrap) and clang for the fuzzers.
 # usage: install-deps.sh [--ci]
 set -eu
-packages="cmake g++ make pkg-config libglib2.0-dev libssl-dev libjson-glib-dev scdoc
+packages="cmake g++ make pkg-config libglib2.0-dev libssl-dev libjson-glib-dev libsystemd-dev scdoc
   util-linux tar gzip"
 case ${1-} in
 "") ;;

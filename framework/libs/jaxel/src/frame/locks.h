@@ -10,6 +10,8 @@ namespace jx {
 // Exclusive flock on fd, waiting by polling; fd <= 0 is ignored.
 void lock_fd(int fd) noexcept;
 void unlock_fd(int fd) noexcept;
+// The same lock, polled for at most wait_ms milliseconds; false when it stayed busy.
+bool lock_fd_within(int fd, uint32_t wait_ms) noexcept;
 
 // True while a root-owned reboot flag exists.
 bool reboot_flag_set() noexcept;

@@ -44,6 +44,16 @@ int32_t ram_check(const char *path) noexcept;
 int32_t jx_recover_directly(const RegItem *item, const void *content, uint32_t len,
                             int direction) noexcept;
 
+// Brings the durable pairs of item (crc/dst, then bakcrc/bak) to content with
+// the given digest, each write durable before the next, skipping a pair that
+// holds it already. `written` grows by the bytes written to each tier.
+int32_t write_durable_copies(const RegItem &item, const void *content, uint32_t len,
+                             const char *digest, uint64_t &written) noexcept;
+
+// True when the pair at path (checksum file crc, empty for none) holds content
+// with that digest.
+bool pair_holds(const char *path, const char *crc, const char *digest) noexcept;
+
 // Writes content to dest and its digest to dest_crc, only when the content's
 // digest is the one expected (prefix comparison).
 int32_t jx_crc_copy(const void *content, uint32_t len, const char *expected, const char *dest,

@@ -65,6 +65,9 @@ public:
     // Whether a group names `src` as its src or `dst` as its dst.
     bool lists(const char *src, const char *dst) const noexcept;
     std::size_t group_count() const noexcept { return groups_.size(); }
+    const std::vector<RegGroup> &groups() const noexcept { return groups_; }
+    // The record a lookup would give for each listed file, in table order.
+    std::vector<RegItem> items() const;
 
 private:
     bool load_whole(const char *path) noexcept;

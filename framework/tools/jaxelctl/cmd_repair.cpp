@@ -1,0 +1,63 @@
+// repair: the library's own recovery on each damaged file. A damaged working
+// copy is rebuilt from the durable copy (after recovery chose which durable
+// pair is the truth); damaged durable copies alone are reconciled with each
+// other and the working copy is left as it is.
+#include "commands.h"
+#include "per_file.h"
+#include "recovery/recovery.h"
+
+namespace jx::tools {
+namespace {
+
+bool working_damaged(const FileState &state) {
+    return state.working == CopyState::kMissing || state.working == CopyState::kMismatch;
+}
+
+// The copy the repair takes as the truth, as recovery weighs them: the durable
+// copy when it verifies, else its backup.
+const char *truth(const FileState &state) {
+    if (state.durable == CopyState::kOk) {
+        return "-from-durable";
+    }
+    return state.backup == CopyState::kOk ? "-from-backup" : "-from-nothing";
+}
+
+int32_t run_recovery(const RegItem &item, bool rebuild_working) {
+    if (rebuild_working) {
+        return jx_file_recover_by_name(item.src, &item);
+    }
+    return jx_recover_dst_file(&item);
+}
+
+int repair_one(const CtlOptions &options, const RegItem &item, Row &row) {
+    row.state = inspect(item);
+    if (!needs_attention(row.state) || item.protect_mode == JX_PROTECT_F) {
+        return kExitClean;
+    }
+    const bool rebuild_working = working_damaged(row.state);
+    row.action = rebuild_working ? "rebuild-working" : "repair-durable";
+    row.action += truth(row.state);
+    if (options.dry_run) {
+        row.action = "would-" + row.action;
+        return kExitProblems;
+    }
+    const int32_t rc = run_recovery(item, rebuild_working);
+    row.state = inspect(item);
+    if (rc != JX_OK || needs_attention(row.state)) {
+        row.action += "-failed";
+        return kExitProblems;
+    }
+    return kExitFixed;
+}
+
+}  // namespace
+
+void run_repair(const CtlOptions &options, const Paths &paths, Report &report) {
+    if (!options.dry_run && refuse_during_reboot(report)) {
+        return;
+    }
+    for_each_file(options, paths, report,
+                  [&](const RegItem &item, Row &row) { return repair_one(options, item, row); });
+}
+
+}  // namespace jx::tools
