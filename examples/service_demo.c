@@ -55,7 +55,7 @@ static void check(const char *what, long rc, long expected) {
     g_failures += rc != expected;
 }
 
-static void show(const char *path) {
+static void show_copy(const char *path, int valid) {
     char text[160] = {0};
     FILE *f = fopen(path, "rb");
     size_t n;
@@ -65,8 +65,11 @@ static void show(const char *path) {
     }
     n = fread(text, 1, sizeof text - 1, f);
     (void)fclose(f);
-    printf("  %s (%u bytes, valid %d): %s\n", path, (unsigned)n, is_ram_file_valid(path), text);
+    printf("  %s (%u bytes, valid %d): %s\n", path, (unsigned)n, valid, text);
 }
+
+/* A working copy, checked against its side file. */
+static void show(const char *path) { show_copy(path, is_ram_file_valid(path)); }
 
 static void put_file(const char *path, const char *text) {
     FILE *f = fopen(path, "wb");
@@ -122,19 +125,21 @@ static void write_config(void) {
 }
 
 /* One pass of the sync service, when it is built; returns whether it ran. Its exit
- * codes add up like fsck's: 1 alone means that it wrote copies. */
-static int sync_pass(void) {
+ * bits add up like fsck's: 1 copies written, 4 a working copy it would not copy. */
+static int sync_pass(const char *what, int expected) {
     const char *syncd = tool("JAXEL_SYNCD");
     if (syncd == NULL) {
         return 0;
     }
     printf("-- jaxel-syncd --once\n");
-    check("durable copies brought in step", run(syncd, "--once", NULL) & ~1, 0);
+    check(what, run(syncd, "--once", NULL), expected);
     return 1;
 }
 
 static void keep_durable_copy(void) {
-    if (sync_pass()) {
+    /* settings.ini is registered but not written until later: a missing working
+     * copy is never propagated, and the pass counts it as a problem left. */
+    if (sync_pass("net.conf copied (1), settings.ini not yet (4)", 5)) {
         return;
     }
     printf("-- jaxel-syncd is not built: the demo writes the durable copy itself\n");
@@ -241,8 +246,9 @@ static void show_what_is_kept(void) {
         printf("-- jaxelctl is not built\n");
         return;
     }
+    /* C files have no durable copy until their module writes one; this demo writes none. */
     printf("-- jaxelctl status\n");
-    printf("jaxelctl status exited with %d\n", run(jaxelctl, "status", NULL));
+    check("jaxelctl status", run(jaxelctl, "status", NULL), 0);
 }
 
 int main(int argc, char **argv) {
@@ -259,7 +265,7 @@ int main(int argc, char **argv) {
     write_config();
     keep_durable_copy();
     show(NET_CONF);
-    show(NET_CONF_DURABLE);
+    show_copy(NET_CONF_DURABLE, is_file_valid(NET_CONF_DURABLE, NET_CONF_DURABLE ".sha256"));
 
     (void)unlink(NET_CONF);
     printf("-- the working copy is lost\n");
@@ -275,7 +281,7 @@ int main(int argc, char **argv) {
     write_edit_and_roll_over();
     keep_a_key_file();
     factory_restore();
-    (void)sync_pass();
+    (void)sync_pass("net.conf and settings.ini copied", 1);
     show_what_is_kept();
     check("final stop", jx_exit(), 0);
     closelog();
