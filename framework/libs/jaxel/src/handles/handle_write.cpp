@@ -3,6 +3,7 @@
 
 #include "frame/frame.h"
 #include "handles/handle_write.h"
+#include "journal/journal.h"
 
 namespace jx {
 namespace {
@@ -50,6 +51,7 @@ int32_t locked_handle_write(const WriteRequest &request, Packager packager,
         return guard;
     }
     FileOperationLock lock(request.stream->file_no);
+    (void)recover_pending(request.stream->file_path);
     int32_t refusal = 0;
     if (!passes_size_check(request.stream, packager, refusal)) {
         return refusal;

@@ -5,6 +5,7 @@
 #include "frame/frame.h"
 #include "integrity/integrity.h"
 #include "integrity/tier.h"
+#include "journal/journal.h"
 
 namespace jx {
 namespace {
@@ -26,34 +27,22 @@ int32_t write_flash(const char *path, const void *buf, uint32_t len) noexcept {
     return rc;
 }
 
-// Truncate, write, flush, fsync, in place: a cut between truncation and sync is
-// caught by the side files and repaired by recovery.
+// One record, then in place: a cut anywhere leaves the old or the new bytes,
+// and a save-area target is still written and synced exactly once.
 int32_t write_file(const char *path, const void *buf, uint32_t len, bool counted) noexcept {
-    const bool existed = ::access(path, F_OK) == 0;
-    UniqueStream stream(io().fopen(path, "w+"));
-    if (!stream) {
-        JX_LOG_ERRNO("g_fopen ", base_name(path));
-        return JX_ERR_OPEN;
-    }
-    const size_t written = io().fwrite(buf, 1, len, stream.get());
-    if (written != len) {
+    (void)recover_pending(path);
+    Transaction transaction;
+    transaction.write(path, buf, len, true);
+    if (transaction.commit() != 0) {
         const int e = errno;
         JX_LOG("fwrite(%s len %d) failed: wret %d errno %d(%s)", base_name(path),
-               static_cast<int>(len), static_cast<int>(written), e, g_strerror(e));
+               static_cast<int>(len), 0, e, g_strerror(e));
         return JX_ERR_WRITE;
     }
     if (counted) {
         add_to_write_counter(kCounterSaveBytes, len);
     }
-    int32_t rc = JX_OK;
-    if (JX_FLUSH_AND_SYNC(stream.get(), base_name(path),
-                          {"jx_set_content fflush", "jx_set_content fsync"}, false) != 0) {
-        rc = JX_ERR_WRITE;
-    }
-    if (rc == JX_OK && !existed && sync_parent_directory(path) != 0) {
-        rc = JX_ERR_WRITE;
-    }
-    return rc;
+    return JX_OK;
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "frame/frame.h"
+#include "journal/journal.h"
 #include "maintenance/maintenance.h"
 #include "maintenance/side_file_rule.h"
 
@@ -42,6 +43,7 @@ int32_t put_char(int c, JxFile *stream) noexcept {
         return JX_ERR_PARAM2;
     }
     const FileOperationLock lock(stream->file_no);
+    (void)recover_pending(stream->file_path);
     if (!put_and_flush(c, stream)) {
         return JX_ERR_WRITE;
     }

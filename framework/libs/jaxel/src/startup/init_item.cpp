@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "frame/frame.h"
+#include "journal/journal.h"
 #include "recovery/recovery.h"
 #include "registry/registry.h"
 #include "safestr.h"
@@ -169,6 +170,7 @@ void add_module_item(const JxItemCfg &element, const char *module_name) noexcept
 // handles out while it is repaired.
 int32_t repair_working_copy(const JxItemCfg &element, const RegItem &record) noexcept {
     int32_t rc = JX_OK;
+    (void)recover_pending(record.src);
     if (::access(record.src, F_OK) != 0) {
         rc = jx_file_recover(&record);
     } else {

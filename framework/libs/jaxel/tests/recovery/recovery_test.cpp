@@ -209,7 +209,7 @@ TEST_F(RecoverySandbox, CutRepairIsCompletedByTheNextStartUpAndBadModesAreRefuse
     for (const auto &[before, also] :
          {std::pair{"--a---", "aAaA"}, {"----aB", "a-aA"}, {"--aAxB", "aAaA"}}) {
         int status = kCrashExitStatus;
-        for (int nth = 1; status == kCrashExitStatus && nth < 20; ++nth) {
+        for (int nth = 1; status == kCrashExitStatus && nth < 60; ++nth) {
             reset_sandbox();
             lay(paths, before);
             status = in_child([&] {
