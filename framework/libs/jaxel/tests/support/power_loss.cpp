@@ -1,7 +1,7 @@
 #include "support/power_loss.h"
 
 #include <cstdio>
-#include <fcntl.h>
+#include <filesystem>
 #include <map>
 #include <stdio_ext.h>
 #include <string>
@@ -32,21 +32,18 @@ State *g_state = nullptr;
 const Io &real() { return g_state->saved; }
 
 std::string path_of(int fd) {
-    char buf[4096];
-    const std::string link = "/proc/self/fd/" + std::to_string(fd);
-    const ssize_t n = readlink(link.c_str(), buf, sizeof buf);
-    return n > 0 ? std::string(buf, static_cast<size_t>(n)) : std::string();
+    std::error_code err;
+    return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd), err).string();
 }
 
 // First use of a path: what is there now is what storage holds.
 void see(const std::string &path) {
     struct stat st {};
     const bool present = stat(path.c_str(), &st) == 0;
-    if (!path.starts_with("/opt/ulx/") || path.starts_with("/opt/ulx/pflash/") ||
-        g_state->files.contains(path) || (present && !S_ISREG(st.st_mode))) {
-        return;
+    if (path.starts_with("/opt/ulx/") && !path.starts_with("/opt/ulx/pflash/") &&
+        !g_state->files.contains(path) && (!present || S_ISREG(st.st_mode))) {
+        g_state->files[path] = {present ? read_file(path) : "", present};
     }
-    g_state->files[path] = {present ? read_file(path) : "", present};
 }
 
 // What a cut leaves of a file: its synced bytes, or with kStrictTorn the
@@ -68,11 +65,8 @@ std::string after_cut(const std::string &synced, const std::string &now) {
         if (g_state->model == CrashModel::kPersistentRam && !path.starts_with("/opt/ulx/save/")) {
             continue;
         }
-        if (!durable.linked) {
-            (void)::unlink(path.c_str());
-        } else {
-            write_file(path, after_cut(durable.bytes, exists(path) ? read_file(path) : ""));
-        }
+        durable.linked ? write_file(path, after_cut(durable.bytes, read_file(path)))
+                       : (void)::unlink(path.c_str());
     }
     _exit(kCrashExitStatus);
 }
@@ -113,17 +107,6 @@ int on_fsync(int fd) {
     return rc;
 }
 
-int on_rename(const char *from, const char *to) {
-    see(from);
-    see(to);
-    step();
-    const int rc = real().rename(from, to);
-    if (rc == 0 && g_state->files.contains(from) && g_state->files.contains(to)) {
-        g_state->files[to].bytes = g_state->files[from].bytes;  // the synced bytes move along
-    }
-    return rc;
-}
-
 }  // namespace
 
 PowerLoss::PowerLoss(CrashModel model, int crash_step) {
@@ -147,7 +130,9 @@ PowerLoss::PowerLoss(CrashModel model, int crash_step) {
     };
     hook.fsync = on_fsync;
     hook.unlink = [](const char *p) { return see(p), step(), real().unlink(p); };
-    hook.rename = on_rename;
+    hook.rename = [](const char *f, const char *t) {
+        return see(f), see(t), step(), real().rename(f, t);
+    };
     hook.mkdir = [](const char *p, mode_t m) { return step(), real().mkdir(p, m); };
     hook.run = [](const char *p, char *const a[]) { return step(), real().run(p, a); };
     hook.pflash_write = [](void *h, const void *b, uint32_t n) {
