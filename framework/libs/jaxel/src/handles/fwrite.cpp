@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -7,7 +6,6 @@
 #include "handles/handle_write.h"
 #include "handles/handles.h"
 #include "integrity/integrity.h"
-#include "safestr.h"
 
 namespace jx {
 namespace {
@@ -44,37 +42,6 @@ bool write_position(const JxFile *stream, uint32_t content_len, uint64_t &positi
     return true;
 }
 
-bool copy_into(char *dest, uint64_t dest_len, uint64_t offset, const void *src,
-               uint64_t count) noexcept {
-    if (count == 0) {
-        return true;
-    }
-    return memmove_s(dest + offset, dest_len - offset, src, count) == 0;
-}
-
-// The file's whole new content, built in the buffer that the old content was
-// read into: the new bytes at `position`, zeros in any gap between the old end
-// and `position`. A second buffer would double the memory of a large write.
-bool build_content(Content &content, const WriteRequest &request, uint64_t position, uint64_t end,
-                   uint32_t &length) noexcept {
-    length = static_cast<uint32_t>(std::max<uint64_t>(content.len, end));
-    if (length > content.len) {
-        auto *grown = static_cast<char *>(g_try_realloc(content.data.get(), length));
-        if (grown == nullptr) {
-            JX_LOG("g_malloc0 failed.");
-            return false;
-        }
-        (void)content.data.release();
-        content.data.reset(grown);
-        std::memset(grown + content.len, 0, length - content.len);
-    }
-    if (!copy_into(content.data.get(), length, position, request.ptr, end - position)) {
-        JX_LOG("memmove_s failed.");
-        return false;
-    }
-    return true;
-}
-
 // Never written in place: the whole new content goes through the checked
 // rewrite, which keeps the side file in step.
 int32_t protected_write(const WriteRequest &request) noexcept {
@@ -100,16 +67,15 @@ int32_t protected_write(const WriteRequest &request) noexcept {
                static_cast<unsigned long long>(end));
         return 0;
     }
-    uint32_t length = 0;
-    if (!build_content(content, request, position, end, length)) {
+    if (!place_bytes(content, position, request.ptr, end - position)) {
         return 0;
     }
     char digest[kSha256HexSize];
-    if (!sha256_hex(content.data.get(), length, digest)) {
+    if (!sha256_hex(content.data.get(), content.len, digest)) {
         JX_LOG("g_compute_checksum_for_data(sha256) failed.");
         return 0;
     }
-    const int32_t rc = jx_rewrite_with_crc(stream, content.data.get(), length, digest);
+    const int32_t rc = jx_rewrite_with_crc(stream, content.data.get(), content.len, digest);
     (void)io().fseek(stream->fd, static_cast<off_t>(end), SEEK_SET);
     return rc == JX_OK ? static_cast<int32_t>(request.n) : 0;
 }

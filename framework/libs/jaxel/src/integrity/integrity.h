@@ -35,6 +35,11 @@ struct Content {
     uint32_t len = 0;
 };
 
+// Puts count bytes of data at position, growing the content (zeros in any gap
+// after the old end) when they reach past it; the caller keeps the end within
+// 32 bits. False after logging.
+bool place_bytes(Content &content, uint64_t position, const void *data, uint64_t count) noexcept;
+
 // Reads a plain file whole; on failure `error` says why.
 bool read_whole_file(const char *path, Content &out, GErrorPtr &error) noexcept;
 // The same, logging why on failure.

@@ -23,6 +23,10 @@ public:
     // the caller already holds for data (64 lowercase hex digits).
     void write(const char *path, const void *data, std::size_t len, bool may_create,
                const char *digest_hex = nullptr) noexcept;
+    // len bytes at offset of an existing file, which ends up final_size long:
+    // a change that leaves the rest of the file as it is.
+    void write_at(const char *path, uint64_t offset, const void *data, std::size_t len,
+                  uint64_t final_size) noexcept;
     void remove(const char *path) noexcept;
 
     // 0 when every file holds its new state; -1 with errno otherwise. When
@@ -36,6 +40,8 @@ public:
         const void *data = nullptr;
         std::size_t len = 0;
         const char *digest_hex = nullptr;
+        uint64_t offset = 0;
+        uint64_t final_size = 0;
     };
 
 private:

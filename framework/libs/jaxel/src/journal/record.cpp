@@ -68,8 +68,9 @@ bool fill_entry(const Transaction::Entry &in, Entry &out) noexcept {
     }
     out.kind = in.is_write ? kWrite : kUnlink;
     out.may_create = in.may_create ? 1 : 0;
+    out.offset = in.offset;
     out.length = in.is_write ? in.len : 0;
-    out.final_size = out.length;
+    out.final_size = in.final_size;
     return !in.is_write || data_digest(in, out.data_digest);
 }
 
@@ -117,8 +118,8 @@ namespace {
 bool entry_well_formed(const Entry &entry) noexcept {
     const bool kind_known = entry.kind == kWrite || entry.kind == kUnlink;
     const bool path_ended = std::memchr(entry.path, '\0', sizeof entry.path) != nullptr;
-    return kind_known && path_ended && entry.path[0] == '/' && entry.offset == 0 &&
-           entry.offset + entry.length <= entry.final_size;
+    return kind_known && path_ended && entry.path[0] == '/' && entry.length <= entry.final_size &&
+           entry.offset <= entry.final_size - entry.length;
 }
 
 // The table's entries are well formed and their data fills the rest exactly.

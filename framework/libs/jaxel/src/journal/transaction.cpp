@@ -43,7 +43,16 @@ void Transaction::write(const char *path, const void *data, std::size_t len, boo
         overflow_ = true;
         return;
     }
-    entries_[count_++] = {true, may_create, path, data, len, digest_hex};
+    entries_[count_++] = {true, may_create, path, data, len, digest_hex, 0, len};
+}
+
+void Transaction::write_at(const char *path, uint64_t offset, const void *data, std::size_t len,
+                           uint64_t final_size) noexcept {
+    if (count_ == kMaxEntries) {
+        overflow_ = true;
+        return;
+    }
+    entries_[count_++] = {true, false, path, data, len, nullptr, offset, final_size};
 }
 
 void Transaction::remove(const char *path) noexcept {
@@ -51,7 +60,7 @@ void Transaction::remove(const char *path) noexcept {
         overflow_ = true;
         return;
     }
-    entries_[count_++] = {false, false, path, nullptr, 0, nullptr};
+    entries_[count_++] = {false, false, path, nullptr, 0, nullptr, 0, 0};
 }
 
 int Transaction::commit() noexcept {

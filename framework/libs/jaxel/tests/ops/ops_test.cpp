@@ -167,7 +167,7 @@ TEST_F(OpsTest, ArgumentCodesLockWaitsRebootRefusalAndFailedSteps) {
         {insert, kFsync, 3, JX_ERR_WRITE, "fwrite m_d failed.", "oldab", "old"},
         {add, kFwrite, 1, 0, "fwrite m_p (sz 1 count 3) failed: wcnt 0 errno " EIO_P, "old", {}},
         {add, kFsync, 1, 0, "fwrite fsync(m_p) failed:" EIO_B, "oldabc", {}},
-        {putc, kFputc, 1, JX_ERR_WRITE, "fputc(m_d) failed:  errno " EIO_P, "old", "old"},
+        {putc, kWrite, 1, JX_ERR_WRITE, "fputc(m_d) failed:  errno " EIO_P, "old", "old"},
         {clear, kWrite, 1, JX_ERR_WRITE, "ftruncate(m_d) failed.", "old", "old"},
         {clear, kFsync, 3, JX_ERR_WRITE, "ftruncate(m_d) failed.", "", "old"},
         {wipe, kWrite, 1, JX_ERR_WRITE, "ftruncate(l) failed.", "log\n", {}},
