@@ -1,11 +1,14 @@
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <sys/stat.h>
 
 #include "frame/frame.h"
 #include "handles/handle_write.h"
 #include "handles/handles.h"
 #include "integrity/integrity.h"
+#include "journal/journal.h"
 
 namespace jx {
 namespace {
@@ -28,7 +31,7 @@ bool is_read_only(const char *mode) noexcept {
 }
 
 // Where the bytes go: the stream position, or the end for append handles.
-bool write_position(const JxFile *stream, uint32_t content_len, uint64_t &position) noexcept {
+bool write_position(const JxFile *stream, uint64_t content_len, uint64_t &position) noexcept {
     if (stream->mode[0] == 'a') {
         position = content_len;
         return true;
@@ -80,15 +83,28 @@ int32_t protected_write(const WriteRequest &request) noexcept {
     return rc == JX_OK ? static_cast<int32_t>(request.n) : 0;
 }
 
+// Only the new bytes go into the record; the rest of the file stays as it is.
 int32_t plain_write(const WriteRequest &request) noexcept {
     JxFile *stream = request.stream;
-    const std::size_t written = write_items(request);
-    if (written != request.n) {
-        return static_cast<int32_t>(written);
+    const uint64_t count = uint64_t{request.size} * request.n;
+    if (is_read_only(stream->mode) || count == 0) {
+        return static_cast<int32_t>(write_items(request));  // the stream answers as it always did
     }
-    if (JX_FLUSH_AND_SYNC(stream->fd, stream->file_name, kFwriteSyncCalls, true) != 0) {
+    struct stat st;
+    uint64_t position = 0;
+    if (fstat(stream->file_no, &st) != 0 ||
+        !write_position(stream, static_cast<uint64_t>(st.st_size), position)) {
+        log_short_write(request, 0);
         return 0;
     }
+    Transaction transaction;
+    transaction.write_at(stream->file_path, position, request.ptr, count,
+                         std::max<uint64_t>(static_cast<uint64_t>(st.st_size), position + count));
+    if (transaction.commit() != 0) {
+        log_short_write(request, 0);
+        return 0;
+    }
+    (void)io().fseek(stream->fd, static_cast<off_t>(position + count), SEEK_SET);
     return static_cast<int32_t>(request.n);
 }
 

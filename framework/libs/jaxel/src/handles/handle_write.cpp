@@ -59,14 +59,18 @@ int32_t locked_handle_write(const WriteRequest &request, Packager packager,
     return body(request);
 }
 
+void log_short_write(const WriteRequest &request, std::size_t written) noexcept {
+    const int e = errno;
+    JX_LOG("fwrite %s (sz %d count %d) failed: wcnt %d errno %d(%s)",
+           base_name(request.stream->file_path), static_cast<int>(request.size),
+           static_cast<int>(request.n), static_cast<int>(written), e, g_strerror(e));
+}
+
 std::size_t write_items(const WriteRequest &request) noexcept {
     const std::size_t written =
         io().fwrite(request.ptr, request.size, request.n, request.stream->fd);
     if (written != request.n) {
-        const int e = errno;
-        JX_LOG("fwrite %s (sz %d count %d) failed: wcnt %d errno %d(%s)",
-               base_name(request.stream->file_path), static_cast<int>(request.size),
-               static_cast<int>(request.n), static_cast<int>(written), e, g_strerror(e));
+        log_short_write(request, written);
     }
     return written;
 }

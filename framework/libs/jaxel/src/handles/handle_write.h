@@ -27,6 +27,8 @@ using WriteBody = int32_t (*)(const WriteRequest &request);
 int32_t locked_handle_write(const WriteRequest &request, Packager packager,
                             WriteBody body) noexcept;
 
+// "fwrite <name> (sz <size> count <n>) failed: wcnt <written> errno ...", for errno.
+void log_short_write(const WriteRequest &request, std::size_t written) noexcept;
 // One stream write of the request; a short count is logged and returned.
 std::size_t write_items(const WriteRequest &request) noexcept;
 
