@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "frame/frame.h"
@@ -107,18 +108,21 @@ int32_t create_reg_item_info(const JxItemCfg &element, const char *module_name,
     return JX_OK;
 }
 
-// Appends under the table lock that start-up holds. The append is synced: a
-// group lost to a power cut would leave a working file that nothing protects.
+// Appends under the table lock that start-up holds, through a redo record: a
+// group lost or torn by a power cut would leave a working file that nothing
+// protects, or a table that no longer parses.
 int32_t append_group(const RegItem &record, int number) noexcept {
-    UniqueStream table(io().fopen(kRegTablePath, "a+b"));
-    if (!table) {
+    struct stat st;
+    if (::stat(kRegTablePath, &st) != 0) {
         JX_LOG("g_fopen %s failed.", kRegTableName);
         return JX_ERR_OPEN;
     }
     const GPtr<gchar> text(reg_group_text(record, number));
     const std::size_t length = std::strlen(text.get());
-    if (io().fwrite(text.get(), 1, length, table.get()) != length ||
-        io().fflush(table.get()) != 0 || io().fsync(fileno(table.get())) != 0) {
+    const auto end = static_cast<uint64_t>(st.st_size);
+    Transaction transaction;
+    transaction.write_at(kRegTablePath, end, text.get(), length, end + length);
+    if (transaction.commit() != 0) {
         JX_LOG_ERRNO_SPACED("sync", kRegTableName);
         return JX_ERR_WRITE;
     }
