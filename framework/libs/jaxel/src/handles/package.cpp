@@ -4,11 +4,13 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "frame/frame.h"
 #include "handles/handle_write.h"
 #include "handles/handles.h"
 #include "integrity/integrity.h"
+#include "journal/journal.h"
 #include "safestr.h"
 
 namespace jx {
@@ -36,6 +38,19 @@ bool flush_before_package(const JxFile *stream, const char *flush_call) noexcept
     return JX_FLUSH_AND_SYNC(stream->fd, stream->file_name, {flush_call, nullptr}, true) == 0;
 }
 
+// The file and, when it has one, its side file are emptied together: a cut
+// never leaves an empty file under the old content's digest.
+int empty_rolled_file(const char *path) noexcept {
+    const Path side = side_file_of(path);
+    char digest[kSha256HexSize];
+    Transaction transaction;
+    transaction.write(path, "", 0, false);
+    if (::access(side.c_str(), F_OK) == 0 && sha256_hex("", 0, digest)) {
+        transaction.write(side.c_str(), digest, kChecksumFileSize, false);
+    }
+    return transaction.commit();
+}
+
 // After the package exists: mode 0440, file emptied and rewound, callback told.
 int32_t finish_package(JxFile *stream, const char *package_path) noexcept {
     // A failed chmod returns its own raw result (-1), not a library code;
@@ -47,7 +62,7 @@ int32_t finish_package(JxFile *stream, const char *package_path) noexcept {
                g_strerror(e));
         return rc;
     }
-    if (io().ftruncate(stream->file_no, 0) != 0) {
+    if (empty_rolled_file(stream->file_path) != 0) {
         JX_LOG_ERRNO_SPACED("ftruncate", base_name(stream->file_path));
         return JX_ERR_PACKAGE;
     }
