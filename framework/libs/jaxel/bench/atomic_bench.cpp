@@ -20,6 +20,7 @@ namespace {
 constexpr char kAppended[] = "0123456789abcdef";
 constexpr std::size_t kAppendedLen = sizeof kAppended - 1;
 constexpr char kRecordDir[] = "/opt/ulx/pram/.floor-redo";
+constexpr int kNew = O_WRONLY | O_CREAT | O_TRUNC;
 // Header and a two-entry table (kind, sizes, digest and a 256-byte path each).
 constexpr std::size_t kRecordHead = 80 + 2 * 320;
 
@@ -28,15 +29,10 @@ bool digest(const void *data, std::size_t len, unsigned char (&md)[32]) {
     return EVP_Digest(data, len, md, &md_len, EVP_sha256(), nullptr) == 1 && md_len == 32;
 }
 
-bool write_synced(const char *path, const iovec *parts, int count) {
-    const int fd = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    const bool ok = fd >= 0 && ::writev(fd, parts, count) > 0 && ::fsync(fd) == 0;
-    return ::close(fd) == 0 && ok;
-}
-
-bool sync_dir(const char *path) {
-    const int fd = ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const bool ok = fd >= 0 && ::fsync(fd) == 0;
+// Opens path (a directory with no parts), writes the parts in one call and syncs it.
+bool write_synced(const char *path, int flags, const iovec *parts, int count) {
+    const int fd = ::open(path, flags | O_CLOEXEC, 0600);
+    const bool ok = fd >= 0 && (count == 0 || ::writev(fd, parts, count) > 0) && ::fsync(fd) == 0;
     return ::close(fd) == 0 && ok;
 }
 
@@ -62,8 +58,9 @@ bool atomic_append_floor(int fd, const std::string &path, std::vector<char> &con
     char head[kRecordHead] = {};
     const std::string record = std::string(kRecordDir) + "/floor";
     const iovec parts[] = {{head, sizeof head}, {content.data(), content.size()}, {side, 65}};
-    return digest(head, sizeof head, md) && write_synced(record.c_str(), parts, 3) &&
-           sync_dir(kRecordDir) && write_synced((path + ".sha256").c_str(), &parts[2], 1) &&
+    return digest(head, sizeof head, md) && write_synced(record.c_str(), kNew, parts, 3) &&
+           write_synced(kRecordDir, O_RDONLY | O_DIRECTORY, parts, 0) &&
+           write_synced((path + ".sha256").c_str(), kNew, &parts[2], 1) &&
            ::pwrite(fd, content.data(), content.size(), 0) ==
                static_cast<ssize_t>(content.size()) &&
            ::ftruncate(fd, static_cast<off_t>(content.size())) == 0 && ::fsync(fd) == 0 &&

@@ -1,5 +1,6 @@
 #include "support/power_loss.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <map>
@@ -52,10 +53,8 @@ std::string after_cut(const std::string &synced, const std::string &now) {
     if (g_state->model != CrashModel::kStrictTorn) {
         return synced;
     }
-    size_t same = 0;
-    while (same < synced.size() && same < now.size() && synced[same] == now[same]) {
-        ++same;
-    }
+    const auto same = static_cast<size_t>(
+        std::mismatch(synced.begin(), synced.end(), now.begin(), now.end()).second - now.begin());
     const size_t cut = same + (now.size() - same) / 2;
     return now.substr(0, cut) + (cut < synced.size() ? synced.substr(cut) : "");
 }
