@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <sys/types.h>
 
 #include "frame/frame.h"
@@ -19,6 +20,16 @@ inline constexpr SyncCalls kFwriteSyncCalls = {"fwrite fflush", "fwrite fsync"};
 // Writes buf whole at path by its tier: the flash driver, or truncate, write,
 // flush, fsync of a plain file (bytes into the save area are counted).
 int32_t set_content(const char *path, const void *buf, uint32_t len) noexcept;
+
+struct ContentWrite {
+    const char *path;
+    const void *data;
+    uint32_t len;
+};
+
+// Writes several files whole as one change: all of them or none survive a cut.
+// Flash targets are written one by one through the driver, in order.
+int32_t set_contents(std::initializer_list<ContentWrite> writes) noexcept;
 
 inline constexpr uint32_t kCounterExternal = 0;
 inline constexpr uint32_t kCounterLogItems = 1;

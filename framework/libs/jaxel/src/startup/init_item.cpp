@@ -113,15 +113,20 @@ int32_t create_reg_item_info(const JxItemCfg &element, const char *module_name,
 // protects, or a table that no longer parses.
 int32_t append_group(const RegItem &record, int number) noexcept {
     struct stat st;
-    if (::stat(kRegTablePath, &st) != 0) {
+    const bool missing = ::stat(kRegTablePath, &st) != 0;
+    if (missing && errno != ENOENT) {
         JX_LOG("g_fopen %s failed.", kRegTableName);
         return JX_ERR_OPEN;
     }
     const GPtr<gchar> text(reg_group_text(record, number));
     const std::size_t length = std::strlen(text.get());
-    const auto end = static_cast<uint64_t>(st.st_size);
+    const uint64_t end = missing ? 0 : static_cast<uint64_t>(st.st_size);
     Transaction transaction;
-    transaction.write_at(kRegTablePath, end, text.get(), length, end + length);
+    if (missing) {
+        transaction.write(kRegTablePath, text.get(), length, true);
+    } else {
+        transaction.write_at(kRegTablePath, end, text.get(), length, end + length);
+    }
     if (transaction.commit() != 0) {
         JX_LOG_ERRNO_SPACED("sync", kRegTableName);
         return JX_ERR_WRITE;
