@@ -235,12 +235,8 @@ void reseal(std::string &record) {
 TEST(DamagedRecord, IsDroppedByTheOpenAndTheFileLeftAlone) {
     const std::string fresh = "new", side = side_file_text(fresh), side_path = kWork + ".sha256";
     const auto entry = [](const std::string &path, const std::string &data) {
-        return Transaction::Entry{.is_write = true,
-                                  .may_create = true,
-                                  .path = path.c_str(),
-                                  .data = data.data(),
-                                  .len = data.size(),
-                                  .final_size = data.size()};
+        return Transaction::Entry{true,    true, path.c_str(), data.data(), data.size(),
+                                  nullptr, 0,    data.size()};  // a whole-file write
     };
     const Transaction::Entry entries[] = {entry(kWork, fresh), entry(side_path, side)};
     std::size_t length = 0;
