@@ -23,16 +23,22 @@ int make_durable(int fd, const char *record, const uint8_t *buf, std::size_t len
     return sync_parent_directory(record);
 }
 
-// A record left by a crashed call is finished before ours replaces it.
-int take_over(int fd, const char *record) noexcept {
-    struct stat st;
-    if (fstat(fd, &st) != 0 || st.st_size == 0) {
-        return 0;
+// A record left by a crashed call is finished (which unlinks it) before ours
+// takes its name in a fresh file.
+UniqueFd open_empty_record(const char *record) noexcept {
+    for (;;) {
+        UniqueFd fd = redo::open_locked(record, true, true);
+        struct stat st;
+        if (!fd || fstat(fd.get(), &st) != 0) {
+            return UniqueFd();
+        }
+        if (st.st_size == 0) {
+            return fd;
+        }
+        if (redo::finish(fd.get(), record) != 0) {
+            return UniqueFd();
+        }
     }
-    if (redo::finish(fd, record) != 0) {
-        return -1;
-    }
-    return io().ftruncate(fd, 0);
 }
 
 }  // namespace
@@ -74,8 +80,8 @@ int Transaction::commit() noexcept {
         return -1;
     }
     const Path record = redo::record_path(entries_[0].path);
-    const UniqueFd fd = redo::open_locked(record.c_str(), true, true);
-    if (!fd || take_over(fd.get(), record.c_str()) != 0) {
+    const UniqueFd fd = open_empty_record(record.c_str());
+    if (!fd) {
         return -1;
     }
     if (make_durable(fd.get(), record.c_str(), buf.get(), len) != 0) {
