@@ -98,11 +98,12 @@ int act(const Row &row) {
 }
 
 int set_up(const Row &row) {
-    write_file(kKeys, "[g]\nk=old\n");
-    write_file(kKeys + ".sha256", side_file_text("[g]\nk=old\n"));
     int failed = register_items("app", items_of(row));
-    for (const char *blob : {kPram, kSave, kFlash}) {
-        failed |= jx_set_content(blob, "old\n", 4);
+    if (row.target == kKeys) {
+        write_file(kKeys, "[g]\nk=old\n");
+        write_file(kKeys + ".sha256", side_file_text("[g]\nk=old\n"));
+    } else if (row.target.ends_with("/blob")) {
+        failed |= jx_set_content(row.target.c_str(), "old\n", 4);
     }
     return failed | act({"", "a", [](JxFile *f) { return write_text(f, "old\n") - 4; }});
 }
