@@ -55,7 +55,7 @@ int32_t protected_write(const WriteRequest &request) noexcept {
     }
     Content content;
     GErrorPtr error;
-    if (!read_whole_file(stream->file_path, content, error)) {
+    if (!request.rolled && !read_whole_file(stream->file_path, content, error)) {
         JX_LOG("g_file_get_contents(%s) failed: %s.", base_name(stream->file_path), error->message);
         return 0;
     }
@@ -92,14 +92,18 @@ int32_t plain_write(const WriteRequest &request) noexcept {
     }
     struct stat st;
     uint64_t position = 0;
-    if (fstat(stream->file_no, &st) != 0 ||
-        !write_position(stream, static_cast<uint64_t>(st.st_size), position)) {
+    if (fstat(stream->file_no, &st) != 0) {
+        log_short_write(request, 0);
+        return 0;
+    }
+    const uint64_t size = request.rolled ? 0 : static_cast<uint64_t>(st.st_size);
+    if (!write_position(stream, size, position)) {
         log_short_write(request, 0);
         return 0;
     }
     Transaction transaction;
     transaction.write_at(stream->file_path, position, request.ptr, count,
-                         std::max<uint64_t>(static_cast<uint64_t>(st.st_size), position + count));
+                         std::max<uint64_t>(size, position + count));
     if (transaction.commit() != 0) {
         log_short_write(request, 0);
         return 0;
@@ -108,8 +112,14 @@ int32_t plain_write(const WriteRequest &request) noexcept {
     return static_cast<int32_t>(request.n);
 }
 
+// A rolled-over file is emptied by the write itself, so the callback comes after it.
 int32_t write_by_protect_mode(const WriteRequest &request) noexcept {
-    return is_protected(request.stream) ? protected_write(request) : plain_write(request);
+    const int32_t written =
+        is_protected(request.stream) ? protected_write(request) : plain_write(request);
+    if (request.rolled && written == static_cast<int32_t>(request.n)) {
+        tell_rolled_over(request.stream);
+    }
+    return written;
 }
 
 }  // namespace
