@@ -27,9 +27,8 @@ const char kPram[] = "/opt/ulx/pram/blob", kSave[] = "/opt/ulx/save/blob";
 const char kFlash[] = "/opt/ulx/pflash/blob";
 
 // One call on item "x" (through a handle opened with open_mode, when given),
-// 0 on success. A truncating open is a call of its own, and a roll-over ends
-// with the old content packed and the file empty before the write. A row is
-// swept in each of its modes (letters).
+// 0 on success. A truncating open is a call of its own, so the empty file
+// after it is a state too. A row is swept in each of its modes (letters).
 struct Row {
     std::string name;
     const char *open_mode;
@@ -66,7 +65,7 @@ const Row kCalls[] = {
     {"delete", "r+", [](JxFile *f) { return jx_delete(2, 0, f); }},
     {"modify", "r+", [](JxFile *f) { return jx_modify("XY", 2, 0, 1, f); }},
     {"clear", nullptr, [](JxFile *) { return jx_clear_file("x"); }},
-    {"rollover", "a", [](JxFile *f) { return write_text(f, "new") - 3; }, "", kWork, 4, "EC"},
+    {"rollover", "a", [](JxFile *f) { return write_text(f, "new") - 3; }, nullptr, kWork, 4, "EC"},
     {"set_pram", nullptr, [](JxFile *) { return jx_set_content(kPram, "new", 3); }, nullptr, kPram,
      0, "E"},
     {"set_save", nullptr, [](JxFile *) { return jx_set_content(kSave, "new", 3); }, nullptr, kSave,
@@ -146,12 +145,11 @@ int judge(const Row &row, const std::string &old, const std::string &now) {
         }
     }
     const std::string found = read_file(row.target);
-    const bool packed = row.package == 0 || exists(kWork + ".tar.gz");
-    return found == old                                    ? kOld
-           : found == now                                  ? kNew
-           : row.between && found == row.between && packed ? kBetween
-           : found.empty()                                 ? kEmpty
-                                                           : kTorn;
+    return found == old                          ? kOld
+           : found == now                        ? kNew
+           : row.between && found == row.between ? kBetween
+           : found.empty()                       ? kEmpty
+                                                 : kTorn;
 }
 
 // A power cut before every durable step of every call, in every mode and crash
