@@ -14,15 +14,45 @@ namespace {
 
 constexpr int kRecordFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
 
+// The last directory resolved by this thread: resolving walks every component
+// of the path, while checking that the directory is still the same one takes a
+// single stat.
+struct ResolvedDir {
+    Path spelled;
+    Path resolved;
+    dev_t dev = 0;
+    ino_t ino = 0;
+};
+
+bool resolve_dir(const char *dir, Path &out) noexcept {
+    thread_local ResolvedDir last;
+    struct stat st;
+    if (::stat(dir, &st) != 0) {
+        return false;
+    }
+    if (std::strcmp(last.spelled.c_str(), dir) == 0 && last.dev == st.st_dev &&
+        last.ino == st.st_ino) {
+        out = last.resolved;
+        return true;
+    }
+    char resolved[PATH_MAX];
+    if (::realpath(dir, resolved) == nullptr) {
+        return false;
+    }
+    last = {make_path({dir}), make_path({resolved}), st.st_dev, st.st_ino};
+    out = last.resolved;
+    return true;
+}
+
 // Two spellings of one file must share one record.
 Path canonical(const char *target) noexcept {
     const Path dir = parent_of(target);
-    char resolved[PATH_MAX];
-    if (::realpath(dir.c_str(), resolved) == nullptr) {
+    Path resolved;
+    if (!resolve_dir(dir.c_str(), resolved)) {
         return make_path({target});
     }
-    const char *separator = g_str_has_suffix(resolved, "/") ? "" : "/";
-    return make_path({resolved, separator, base_name(target)});
+    const char *separator = g_str_has_suffix(resolved.c_str(), "/") ? "" : "/";
+    return make_path({resolved.c_str(), separator, base_name(target)});
 }
 
 // A new directory entry is only durable once its parent is synced.
