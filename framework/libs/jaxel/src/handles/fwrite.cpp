@@ -45,8 +45,8 @@ bool write_position(const JxFile *stream, uint64_t content_len, uint64_t &positi
     return true;
 }
 
-// Never written in place: the whole new content goes through the checked
-// rewrite, which keeps the side file in step.
+// The whole new content goes through the checked rewrite, which changes it
+// together with its side file.
 int32_t protected_write(const WriteRequest &request) noexcept {
     JxFile *stream = request.stream;
     // A read-only handle writes nothing and says nothing: callers see 0 items.
