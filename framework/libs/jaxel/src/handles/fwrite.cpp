@@ -2,12 +2,13 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <sys/stat.h>
 
 #include "frame/frame.h"
 #include "handles/handle_write.h"
 #include "handles/handles.h"
 #include "integrity/integrity.h"
-#include "safestr.h"
+#include "journal/journal.h"
 
 namespace jx {
 namespace {
@@ -30,7 +31,7 @@ bool is_read_only(const char *mode) noexcept {
 }
 
 // Where the bytes go: the stream position, or the end for append handles.
-bool write_position(const JxFile *stream, uint32_t content_len, uint64_t &position) noexcept {
+bool write_position(const JxFile *stream, uint64_t content_len, uint64_t &position) noexcept {
     if (stream->mode[0] == 'a') {
         position = content_len;
         return true;
@@ -44,39 +45,8 @@ bool write_position(const JxFile *stream, uint32_t content_len, uint64_t &positi
     return true;
 }
 
-bool copy_into(char *dest, uint64_t dest_len, uint64_t offset, const void *src,
-               uint64_t count) noexcept {
-    if (count == 0) {
-        return true;
-    }
-    return memmove_s(dest + offset, dest_len - offset, src, count) == 0;
-}
-
-// The file's whole new content, built in the buffer that the old content was
-// read into: the new bytes at `position`, zeros in any gap between the old end
-// and `position`. A second buffer would double the memory of a large write.
-bool build_content(Content &content, const WriteRequest &request, uint64_t position, uint64_t end,
-                   uint32_t &length) noexcept {
-    length = static_cast<uint32_t>(std::max<uint64_t>(content.len, end));
-    if (length > content.len) {
-        auto *grown = static_cast<char *>(g_try_realloc(content.data.get(), length));
-        if (grown == nullptr) {
-            JX_LOG("g_malloc0 failed.");
-            return false;
-        }
-        (void)content.data.release();
-        content.data.reset(grown);
-        std::memset(grown + content.len, 0, length - content.len);
-    }
-    if (!copy_into(content.data.get(), length, position, request.ptr, end - position)) {
-        JX_LOG("memmove_s failed.");
-        return false;
-    }
-    return true;
-}
-
-// Never written in place: the whole new content goes through the checked
-// rewrite, which keeps the side file in step.
+// The whole new content goes through the checked rewrite, which changes it
+// together with its side file.
 int32_t protected_write(const WriteRequest &request) noexcept {
     JxFile *stream = request.stream;
     // A read-only handle writes nothing and says nothing: callers see 0 items.
@@ -85,7 +55,7 @@ int32_t protected_write(const WriteRequest &request) noexcept {
     }
     Content content;
     GErrorPtr error;
-    if (!read_whole_file(stream->file_path, content, error)) {
+    if (!request.rolled && !read_whole_file(stream->file_path, content, error)) {
         JX_LOG("g_file_get_contents(%s) failed: %s.", base_name(stream->file_path), error->message);
         return 0;
     }
@@ -100,34 +70,56 @@ int32_t protected_write(const WriteRequest &request) noexcept {
                static_cast<unsigned long long>(end));
         return 0;
     }
-    uint32_t length = 0;
-    if (!build_content(content, request, position, end, length)) {
+    if (!place_bytes(content, position, request.ptr, end - position)) {
         return 0;
     }
     char digest[kSha256HexSize];
-    if (!sha256_hex(content.data.get(), length, digest)) {
+    if (!sha256_hex(content.data.get(), content.len, digest)) {
         JX_LOG("g_compute_checksum_for_data(sha256) failed.");
         return 0;
     }
-    const int32_t rc = jx_rewrite_with_crc(stream, content.data.get(), length, digest);
+    const int32_t rc = jx_rewrite_with_crc(stream, content.data.get(), content.len, digest);
     (void)io().fseek(stream->fd, static_cast<off_t>(end), SEEK_SET);
     return rc == JX_OK ? static_cast<int32_t>(request.n) : 0;
 }
 
+// Only the new bytes go into the record; the rest of the file stays as it is.
 int32_t plain_write(const WriteRequest &request) noexcept {
     JxFile *stream = request.stream;
-    const std::size_t written = write_items(request);
-    if (written != request.n) {
-        return static_cast<int32_t>(written);
+    const uint64_t count = uint64_t{request.size} * request.n;
+    if (is_read_only(stream->mode) || count == 0) {
+        return static_cast<int32_t>(write_items(request));  // the stream answers as it always did
     }
-    if (JX_FLUSH_AND_SYNC(stream->fd, stream->file_name, kFwriteSyncCalls, true) != 0) {
+    struct stat st;
+    uint64_t position = 0;
+    if (fstat(stream->file_no, &st) != 0) {
+        log_short_write(request, 0);
         return 0;
     }
+    const uint64_t size = request.rolled ? 0 : static_cast<uint64_t>(st.st_size);
+    if (!write_position(stream, size, position)) {
+        log_short_write(request, 0);
+        return 0;
+    }
+    Transaction transaction;
+    transaction.write_at(stream->file_path, position, request.ptr, count,
+                         std::max<uint64_t>(size, position + count));
+    if (transaction.commit() != 0) {
+        log_short_write(request, 0);
+        return 0;
+    }
+    (void)io().fseek(stream->fd, static_cast<off_t>(position + count), SEEK_SET);
     return static_cast<int32_t>(request.n);
 }
 
+// A rolled-over file is emptied by the write itself, so the callback comes after it.
 int32_t write_by_protect_mode(const WriteRequest &request) noexcept {
-    return is_protected(request.stream) ? protected_write(request) : plain_write(request);
+    const int32_t written =
+        is_protected(request.stream) ? protected_write(request) : plain_write(request);
+    if (request.rolled && written == static_cast<int32_t>(request.n)) {
+        tell_rolled_over(request.stream);
+    }
+    return written;
 }
 
 }  // namespace

@@ -3,13 +3,14 @@
 
 #include "frame/frame.h"
 #include "handles/handle_write.h"
+#include "journal/journal.h"
 
 namespace jx {
 namespace {
 
 // Whether the write may go on. A file that has reached its package size is
 // rolled over first; while that fails it may still grow to twice the size.
-bool passes_size_check(JxFile *stream, Packager packager, int32_t &refusal) noexcept {
+bool passes_size_check(JxFile *stream, Packager packager, int32_t &refusal, bool &rolled) noexcept {
     const int32_t limit = stream->item != nullptr ? stream->item->package_size : 0;
     if (limit == 0) {
         return true;
@@ -25,6 +26,7 @@ bool passes_size_check(JxFile *stream, Packager packager, int32_t &refusal) noex
         return true;
     }
     const int32_t rc = packager(stream);
+    rolled = rc == JX_OK;
     if (rc == JX_OK || size < 2 * static_cast<int64_t>(limit)) {
         return true;
     }
@@ -50,21 +52,27 @@ int32_t locked_handle_write(const WriteRequest &request, Packager packager,
         return guard;
     }
     FileOperationLock lock(request.stream->file_no);
+    (void)recover_pending(request.stream->file_path);
     int32_t refusal = 0;
-    if (!passes_size_check(request.stream, packager, refusal)) {
+    WriteRequest checked = request;
+    if (!passes_size_check(request.stream, packager, refusal, checked.rolled)) {
         return refusal;
     }
-    return body(request);
+    return body(checked);
+}
+
+void log_short_write(const WriteRequest &request, std::size_t written) noexcept {
+    const int e = errno;
+    JX_LOG("fwrite %s (sz %d count %d) failed: wcnt %d errno %d(%s)",
+           base_name(request.stream->file_path), static_cast<int>(request.size),
+           static_cast<int>(request.n), static_cast<int>(written), e, g_strerror(e));
 }
 
 std::size_t write_items(const WriteRequest &request) noexcept {
     const std::size_t written =
         io().fwrite(request.ptr, request.size, request.n, request.stream->fd);
     if (written != request.n) {
-        const int e = errno;
-        JX_LOG("fwrite %s (sz %d count %d) failed: wcnt %d errno %d(%s)",
-               base_name(request.stream->file_path), static_cast<int>(request.size),
-               static_cast<int>(request.n), static_cast<int>(written), e, g_strerror(e));
+        log_short_write(request, written);
     }
     return written;
 }

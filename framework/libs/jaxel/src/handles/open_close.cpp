@@ -6,6 +6,7 @@
 #include "frame/frame.h"
 #include "handles/handle_write.h"
 #include "handles/handles.h"
+#include "journal/journal.h"
 #include "maintenance/maintenance.h"
 #include "recovery/recovery.h"
 #include "registry/registry.h"
@@ -105,6 +106,8 @@ JxFile *open_module_file(const char *short_name, const char *module_name,
     handle->item = item;
     g_strlcpy(handle->mode, mode, sizeof handle->mode);
     fill_module_names(handle.get(), short_name, module_name);
+    // A call cut short by a crash is finished before anything looks at the file.
+    (void)recover_pending(handle->file_path);
     if (clears_before_open(handle->file_path, mode)) {
         const int32_t rc = clear_module_file(short_name, module_name);
         if (rc != JX_OK) {

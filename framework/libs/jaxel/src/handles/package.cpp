@@ -4,11 +4,13 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "frame/frame.h"
 #include "handles/handle_write.h"
 #include "handles/handles.h"
 #include "integrity/integrity.h"
+#include "journal/journal.h"
 #include "safestr.h"
 
 namespace jx {
@@ -36,18 +38,38 @@ bool flush_before_package(const JxFile *stream, const char *flush_call) noexcept
     return JX_FLUSH_AND_SYNC(stream->fd, stream->file_name, {flush_call, nullptr}, true) == 0;
 }
 
-// After the package exists: mode 0440, file emptied and rewound, callback told.
-int32_t finish_package(JxFile *stream, const char *package_path) noexcept {
-    // A failed chmod returns its own raw result (-1), not a library code;
-    // callers compare against it.
+// The file and, when it has one, its side file are emptied together: a cut
+// never leaves an empty file under the old content's digest.
+int empty_rolled_file(const char *path) noexcept {
+    const Path side = side_file_of(path);
+    char digest[kSha256HexSize];
+    Transaction transaction;
+    transaction.write(path, "", 0, false);
+    if (::access(side.c_str(), F_OK) == 0 && sha256_hex("", 0, digest)) {
+        transaction.write(side.c_str(), digest, kChecksumFileSize, false);
+    }
+    return transaction.commit();
+}
+
+// The package is read-only once it exists. A failed chmod returns its own raw
+// result (-1), not a library code; callers compare against it.
+int seal_package(const char *package_path) noexcept {
     const int rc = io().chmod(package_path, kPackageMode);
     if (rc != 0) {
         const int e = errno;
         JX_LOG("chmod(%s) failed: ret %d errno %d(%s)", base_name(package_path), rc, e,
                g_strerror(e));
+    }
+    return rc;
+}
+
+// A log, written straight to its stream, is emptied and rewound right away.
+int32_t finish_log_package(JxFile *stream, const char *package_path) noexcept {
+    const int rc = seal_package(package_path);
+    if (rc != 0) {
         return rc;
     }
-    if (io().ftruncate(stream->file_no, 0) != 0) {
+    if (empty_rolled_file(stream->file_path) != 0) {
         JX_LOG_ERRNO_SPACED("ftruncate", base_name(stream->file_path));
         return JX_ERR_PACKAGE;
     }
@@ -55,9 +77,7 @@ int32_t finish_package(JxFile *stream, const char *package_path) noexcept {
         JX_LOG_ERRNO_SPACED("fseek", base_name(stream->file_path));
         return JX_ERR_PACKAGE;
     }
-    if (stream->item->callback != nullptr) {
-        stream->item->callback(stream->item);
-    }
+    tell_rolled_over(stream);
     return JX_OK;
 }
 
@@ -77,6 +97,12 @@ bool log_package_directory(const JxFile *stream, Path &directory) noexcept {
 }
 
 }  // namespace
+
+void tell_rolled_over(JxFile *stream) noexcept {
+    if (stream->item->callback != nullptr) {
+        stream->item->callback(stream->item);
+    }
+}
 
 int32_t jx_package(JxFile *stream) noexcept {
     if (!flush_before_package(stream, "jx_package fflush")) {
@@ -103,7 +129,7 @@ int32_t jx_package(JxFile *stream) noexcept {
     if (sync_privilege(stream->file_path, package_path.c_str()) != 0) {
         JX_LOG("sync privilege failed, file:%s", base_name(stream->file_path));
     }
-    return finish_package(stream, package_path.c_str());
+    return seal_package(package_path.c_str());
 }
 
 int32_t jx_package_log(JxFile *stream) noexcept {
@@ -143,7 +169,7 @@ int32_t jx_package_log(JxFile *stream) noexcept {
         JX_LOG("sync privilege %s failed: %d.", base_name(stream->file_path), synced);
         return JX_ERR_PACKAGE;
     }
-    return finish_package(stream, package_path.c_str());
+    return finish_log_package(stream, package_path.c_str());
 }
 
 }  // namespace jx

@@ -59,8 +59,13 @@ bool pair_holds(const char *path, const char *crc, const char *digest) noexcept;
 int32_t jx_crc_copy(const void *content, uint32_t len, const char *expected, const char *dest,
                     const char *dest_crc) noexcept;
 
+// Writes content and its digest's side file as one atomic change; silent,
+// JX_ERR_WRITE when the change did not happen whole.
+int32_t commit_with_side_file(const char *path, const void *content, uint32_t len,
+                              const char *digest, bool may_create) noexcept;
+
 // Replaces the handle's file with content after checking it against expected
-// (exact comparison): side file first, then truncate, write, flush, fsync.
+// (exact comparison), together with its side file, atomically and in place.
 // The stream is left after the new content.
 int32_t jx_rewrite_with_crc(JxFile *stream, const void *content, uint32_t len,
                             const char *expected) noexcept;

@@ -2,26 +2,6 @@
 #include "integrity/integrity.h"
 
 namespace jx {
-namespace {
-
-struct PairWrite {
-    const char *path;
-    const void *data;
-    uint32_t len;
-};
-
-// Stops at the first failing write; what was written stays.
-int32_t write_in_order(const PairWrite (&writes)[3]) noexcept {
-    for (const PairWrite &w : writes) {
-        const int32_t rc = set_content(w.path, w.data, w.len);
-        if (rc != JX_OK) {
-            return rc;
-        }
-    }
-    return JX_OK;
-}
-
-}  // namespace
 
 int32_t jx_recover_directly(const RegItem *item, const void *content, uint32_t len,
                             int direction) noexcept {
@@ -33,15 +13,15 @@ int32_t jx_recover_directly(const RegItem *item, const void *content, uint32_t l
         JX_LOG("g_compute_checksum_for_data failed.");
         return JX_ERR_CHECKSUM;
     }
-    // The checksum file of the trusted pair goes first, the destination's last.
+    // The trusted pair's checksum, the copy and its checksum change together.
     if (direction == kBackupToMain) {
-        return write_in_order({{item->bakcrc, digest, kChecksumFileSize},
-                               {item->dst, content, len},
-                               {item->crc, digest, kChecksumFileSize}});
+        return set_contents({{item->bakcrc, digest, kChecksumFileSize},
+                             {item->dst, content, len},
+                             {item->crc, digest, kChecksumFileSize}});
     }
-    return write_in_order({{item->crc, digest, kChecksumFileSize},
-                           {item->bak, content, len},
-                           {item->bakcrc, digest, kChecksumFileSize}});
+    return set_contents({{item->crc, digest, kChecksumFileSize},
+                         {item->bak, content, len},
+                         {item->bakcrc, digest, kChecksumFileSize}});
 }
 
 int32_t jx_crc_copy(const void *content, uint32_t len, const char *expected, const char *dest,
@@ -57,8 +37,7 @@ int32_t jx_crc_copy(const void *content, uint32_t len, const char *expected, con
     // The success line comes before the write and stays even when the write
     // fails: log readers depend on this order.
     JX_LOG("recover file(%s) successfully.(checksumType:%d).", base_name(dest), kChecksumType);
-    const int32_t rc = set_content(dest, content, len);
-    return rc != JX_OK ? rc : write_checksum_file(dest_crc, digest);
+    return set_contents({{dest, content, len}, {dest_crc, digest, kChecksumFileSize}});
 }
 
 }  // namespace jx

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <sys/types.h>
 
 #include "frame/frame.h"
@@ -20,6 +21,16 @@ inline constexpr SyncCalls kFwriteSyncCalls = {"fwrite fflush", "fwrite fsync"};
 // flush, fsync of a plain file (bytes into the save area are counted).
 int32_t set_content(const char *path, const void *buf, uint32_t len) noexcept;
 
+struct ContentWrite {
+    const char *path;
+    const void *data;
+    uint32_t len;
+};
+
+// Writes several files whole as one change: all of them or none survive a cut.
+// Flash targets are written one by one through the driver, in order.
+int32_t set_contents(std::initializer_list<ContentWrite> writes) noexcept;
+
 inline constexpr uint32_t kCounterExternal = 0;
 inline constexpr uint32_t kCounterLogItems = 1;
 inline constexpr uint32_t kCounterSaveBytes = 2;
@@ -34,6 +45,11 @@ struct Content {
     GPtr<char> data;
     uint32_t len = 0;
 };
+
+// Puts count bytes of data at position, growing the content (zeros in any gap
+// after the old end) when they reach past it; the caller keeps the end within
+// 32 bits. False after logging.
+bool place_bytes(Content &content, uint64_t position, const void *data, uint64_t count) noexcept;
 
 // Reads a plain file whole; on failure `error` says why.
 bool read_whole_file(const char *path, Content &out, GErrorPtr &error) noexcept;

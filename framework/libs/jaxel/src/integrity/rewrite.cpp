@@ -1,33 +1,32 @@
 #include <cerrno>
 #include <cstdio>
+#include <sys/stat.h>
 
 #include "frame/frame.h"
 #include "integrity/integrity.h"
+#include "integrity/tier.h"
+#include "journal/journal.h"
 
 namespace jx {
-namespace {
 
-// Truncate, write, flush, fsync, in place; each failure is a write failure.
-int32_t replace_content(JxFile *stream, const void *content, uint32_t len) noexcept {
-    if (io().ftruncate(stream->file_no, 0) != 0) {
-        JX_LOG_ERRNO("ftruncate", base_name(stream->file_path));
+int32_t commit_with_side_file(const char *path, const void *content, uint32_t len,
+                              const char *digest, bool may_create) noexcept {
+    const Path side = side_file_of(path);
+    Transaction transaction;
+    transaction.write(path, content, len, may_create, digest);
+    transaction.write(side.c_str(), digest, kChecksumFileSize, true);
+    if (transaction.commit() != 0) {
         return JX_ERR_WRITE;
     }
-    (void)io().fseek(stream->fd, 0, SEEK_SET);
-    if (io().fwrite(content, 1, len, stream->fd) != len) {
-        JX_LOG("fwrite %s failed.", base_name(stream->file_path));
-        return JX_ERR_WRITE;
+    if (tier_of(side.c_str()) == Tier::kSave) {
+        add_to_write_counter(kCounterSaveBytes, kChecksumFileSize);
     }
-    if (JX_FLUSH_AND_SYNC(stream->fd, stream->file_name, kFwriteSyncCalls, true) != 0) {
-        return JX_ERR_WRITE;
-    }
+    (void)io().chmod(side.c_str(), S_IRUSR | S_IWUSR);
     return JX_OK;
 }
 
-}  // namespace
-
-// The side file is written before the content: a cut anywhere after it leaves
-// a file that fails its side file, which sends it to recovery at the next open.
+// Content and side file change together through one redo record, in place,
+// so the handle's stream and any other process's lock stay on the live file.
 int32_t jx_rewrite_with_crc(JxFile *stream, const void *content, uint32_t len,
                             const char *expected) noexcept {
     if (stream == nullptr || stream->fd == nullptr) {
@@ -42,11 +41,13 @@ int32_t jx_rewrite_with_crc(JxFile *stream, const void *content, uint32_t len,
         JX_LOG("crc check failed.");
         return JX_ERR_CHECKSUM;
     }
-    const int32_t rc = write_side_file(stream->file_path, digest);
+    const int32_t rc = commit_with_side_file(stream->file_path, content, len, digest, false);
     if (rc != JX_OK) {
-        return rc;
+        JX_LOG("fwrite %s failed.", base_name(stream->file_path));
     }
-    return replace_content(stream, content, len);
+    // Drops what the stream buffered of the old content and leaves it after the new.
+    (void)io().fseek(stream->fd, static_cast<off_t>(len), SEEK_SET);
+    return rc;
 }
 
 }  // namespace jx

@@ -5,6 +5,7 @@
 #include "frame/frame.h"
 #include "integrity/integrity.h"
 #include "integrity/tier.h"
+#include "journal/journal.h"
 
 namespace jx {
 namespace {
@@ -26,37 +27,58 @@ int32_t write_flash(const char *path, const void *buf, uint32_t len) noexcept {
     return rc;
 }
 
-// Truncate, write, flush, fsync, in place: a cut between truncation and sync is
-// caught by the side files and repaired by recovery.
-int32_t write_file(const char *path, const void *buf, uint32_t len, bool counted) noexcept {
-    const bool existed = ::access(path, F_OK) == 0;
-    UniqueStream stream(io().fopen(path, "w+"));
-    if (!stream) {
-        JX_LOG_ERRNO("g_fopen ", base_name(path));
-        return JX_ERR_OPEN;
+bool any_on_flash(std::initializer_list<ContentWrite> writes) noexcept {
+    for (const ContentWrite &w : writes) {
+        if (tier_of(w.path) == Tier::kFlash) {
+            return true;
+        }
     }
-    const size_t written = io().fwrite(buf, 1, len, stream.get());
-    if (written != len) {
-        const int e = errno;
-        JX_LOG("fwrite(%s len %d) failed: wret %d errno %d(%s)", base_name(path),
-               static_cast<int>(len), static_cast<int>(written), e, g_strerror(e));
-        return JX_ERR_WRITE;
+    return false;
+}
+
+// The flash driver writes each file whole itself; in order, first failure ends it.
+int32_t write_each(std::initializer_list<ContentWrite> writes) noexcept {
+    for (const ContentWrite &w : writes) {
+        const int32_t rc = set_content(w.path, w.data, w.len);
+        if (rc != JX_OK) {
+            return rc;
+        }
     }
-    if (counted) {
-        add_to_write_counter(kCounterSaveBytes, len);
-    }
-    int32_t rc = JX_OK;
-    if (JX_FLUSH_AND_SYNC(stream.get(), base_name(path),
-                          {"jx_set_content fflush", "jx_set_content fsync"}, false) != 0) {
-        rc = JX_ERR_WRITE;
-    }
-    if (rc == JX_OK && !existed && sync_parent_directory(path) != 0) {
-        rc = JX_ERR_WRITE;
-    }
-    return rc;
+    return JX_OK;
 }
 
 }  // namespace
+
+// One record, then in place: a cut anywhere leaves the old or the new bytes of
+// every file, and a save-area target is still written and synced exactly once.
+int32_t set_contents(std::initializer_list<ContentWrite> writes) noexcept {
+    for (const ContentWrite &w : writes) {
+        if (w.path == nullptr || w.data == nullptr) {
+            return w.path == nullptr ? JX_ERR_PARAM1 : JX_ERR_PARAM2;
+        }
+    }
+    if (any_on_flash(writes)) {
+        return write_each(writes);
+    }
+    Transaction transaction;
+    for (const ContentWrite &w : writes) {
+        (void)recover_pending(w.path);
+        transaction.write(w.path, w.data, w.len, true);
+    }
+    if (transaction.commit() != 0) {
+        const int e = errno;
+        const ContentWrite &first = *writes.begin();
+        JX_LOG("fwrite(%s len %d) failed: wret %d errno %d(%s)", base_name(first.path),
+               static_cast<int>(first.len), 0, e, g_strerror(e));
+        return JX_ERR_WRITE;
+    }
+    for (const ContentWrite &w : writes) {
+        if (tier_of(w.path) == Tier::kSave) {
+            add_to_write_counter(kCounterSaveBytes, w.len);
+        }
+    }
+    return JX_OK;
+}
 
 int32_t set_content(const char *path, const void *buf, uint32_t len) noexcept {
     if (path == nullptr) {
@@ -65,12 +87,10 @@ int32_t set_content(const char *path, const void *buf, uint32_t len) noexcept {
     if (buf == nullptr) {
         return JX_ERR_PARAM2;
     }
-    switch (tier_of(path)) {
-    case Tier::kFlash: return write_flash(path, buf, len);
-    case Tier::kSave: return write_file(path, buf, len, true);
-    case Tier::kPlain: break;
+    if (tier_of(path) == Tier::kFlash) {
+        return write_flash(path, buf, len);
     }
-    return write_file(path, buf, len, false);
+    return set_contents({{path, buf, len}});
 }
 
 }  // namespace jx

@@ -1,11 +1,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <sys/stat.h>
 
 #include "frame/frame.h"
+#include "journal/journal.h"
 #include "maintenance/maintenance.h"
 #include "maintenance/side_file_rule.h"
-#include "safestr.h"
 
 namespace jx {
 namespace {
@@ -31,62 +32,55 @@ bool open_existing(const char *path, UniqueStream &stream) noexcept {
     return true;
 }
 
-bool truncate_to_empty(FILE *stream, const char *path) noexcept {
-    if (io().ftruncate(fileno(stream), 0) != 0) {
-        JX_LOG("ftruncate(%s) failed.", base_name(path));
-        return false;
+// Every package path a clear removes; a relative one cannot go into a record
+// and is removed once the clear is done.
+void remove_package(Transaction &transaction, const char *package_path) noexcept {
+    if (package_path[0] == '/') {
+        transaction.remove(package_path);
     }
-    (void)io().fseek(stream, 0, SEEK_SET);
-    return true;
 }
 
-// Failures are only reported: the file is empty either way.
-void sync_cleared_module_file(FILE *stream, const char *path) noexcept {
-    (void)JX_FLUSH_AND_SYNC(stream, base_name(path),
-                            {"jx_clear_module_file fflush", "jx_clear_module_file fsync"}, false);
+void remove_relative_package(const char *package_path) noexcept {
+    if (package_path[0] != '/') {
+        (void)io().unlink(package_path);
+    }
 }
 
-int32_t refresh_side_file(const JxModuleItem &item, const char *path) noexcept {
-    int32_t rc = JX_OK;
-    switch (side_file_rule(item.protect_mode)) {
-    case SideFileRule::kRefresh: rc = ram_check(path); break;
-    case SideFileRule::kNone: break;
-    case SideFileRule::kUnsupported: rc = JX_ERR_PROTECT_MODE; break;
-    }
-    if (rc != JX_OK) {
-        JX_LOG("ram_check %s failed: %d.", base_name(path), rc);
-    }
-    return rc;
-}
-
-// The rolled-over copy in persistent RAM, then the durable package itself.
-void remove_packages(const char *package_path) noexcept {
-    char pram_package[kPathMax];
-    if (snprintf_s(pram_package, sizeof pram_package, sizeof pram_package, "%s%s", kPramDir,
-                   base_name(package_path)) < 0) {
-        JX_LOG("[%s][%d]: snprintf_s failed.\n", __FILE__, __LINE__);
-    } else {
-        (void)io().unlink(pram_package);
-    }
-    (void)io().unlink(package_path);
-}
-
+// Emptying, the side file of the empty content and the packages' removal make
+// one change: a cut never leaves an empty file whose side file disagrees.
 int32_t clear_registered(const JxModuleItem &item, const char *path) noexcept {
     UniqueStream stream;
     if (!open_existing(path, stream)) {
         return JX_ERR_OPEN;
     }
     const FileOperationLock lock(fileno(stream.get()));
-    if (!truncate_to_empty(stream.get(), path)) {
+    (void)recover_pending(path);
+    const SideFileRule rule = side_file_rule(item.protect_mode);
+    const Path side = side_file_of(path);
+    char digest[kSha256HexSize];
+    Transaction transaction;
+    transaction.write(path, "", 0, false);
+    if (rule == SideFileRule::kRefresh && sha256_hex("", 0, digest)) {
+        transaction.write(side.c_str(), digest, kChecksumFileSize, true);
+    }
+    const Path pram_package = make_path({kPramDir, base_name(item.package_path)});
+    const bool drops_packages = item.package_size != 0 && rule != SideFileRule::kUnsupported;
+    if (drops_packages) {
+        remove_package(transaction, pram_package.c_str());
+        remove_package(transaction, item.package_path);
+    }
+    if (transaction.commit() != 0) {
+        JX_LOG("ftruncate(%s) failed.", base_name(path));
         return JX_ERR_WRITE;
     }
-    sync_cleared_module_file(stream.get(), path);
-    const int32_t rc = refresh_side_file(item, path);
-    if (rc != JX_OK) {
-        return rc;
+    if (drops_packages) {
+        remove_relative_package(item.package_path);
     }
-    if (item.package_size != 0) {
-        remove_packages(item.package_path);
+    if (rule == SideFileRule::kRefresh) {
+        (void)io().chmod(side.c_str(), S_IRUSR | S_IWUSR);
+    } else if (rule == SideFileRule::kUnsupported) {
+        JX_LOG("ram_check %s failed: %d.", base_name(path), JX_ERR_PROTECT_MODE);
+        return JX_ERR_PROTECT_MODE;
     }
     return JX_OK;
 }
@@ -97,15 +91,19 @@ int32_t clear_log(const JxItemCfg &descriptor) noexcept {
         return JX_ERR_OPEN;
     }
     const FileOperationLock lock(fileno(stream.get()));
-    if (!truncate_to_empty(stream.get(), descriptor.path)) {
+    (void)recover_pending(descriptor.path);
+    const bool drops_package = descriptor.package_size != 0 && descriptor.package_path != nullptr;
+    Transaction transaction;
+    transaction.write(descriptor.path, "", 0, false);
+    if (drops_package) {
+        remove_package(transaction, descriptor.package_path);
+    }
+    if (transaction.commit() != 0) {
+        JX_LOG("ftruncate(%s) failed.", base_name(descriptor.path));
         return JX_ERR_WRITE;
     }
-    if (JX_FLUSH_AND_SYNC(stream.get(), base_name(descriptor.path),
-                          {"jx_clear_log_file fflush", nullptr}, true) != 0) {
-        return JX_ERR_WRITE;
-    }
-    if (descriptor.package_size != 0 && descriptor.package_path != nullptr) {
-        (void)io().unlink(descriptor.package_path);
+    if (drops_package) {
+        remove_relative_package(descriptor.package_path);
     }
     return JX_OK;
 }

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include "frame/frame.h"
+#include "journal/journal.h"
 #include "maintenance/maintenance.h"
 #include "safestr.h"
 
@@ -27,6 +28,7 @@ int32_t run_edit(JxFile *stream, const EditRequest &request, EditBody body) noex
         return guard;
     }
     const FileOperationLock lock(stream->file_no);
+    (void)recover_pending(stream->file_path);
     return body(stream, request);
 }
 

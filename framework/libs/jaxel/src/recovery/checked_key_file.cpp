@@ -1,4 +1,5 @@
 #include "frame/frame.h"
+#include "journal/journal.h"
 #include "recovery/recovery.h"
 
 namespace jx {
@@ -27,6 +28,7 @@ GKeyFile *open_key_file(const char *path, int fd, int hold) noexcept {
     // locked: fd may be the table's own descriptor.
     const GPtr<RegItem> record(get_reg_inter_info(path));
     lock_fd(fd);
+    (void)recover_pending(path);
     GKeyFile *key = load_checked(path, record.get());
     if (hold == 0 || key == nullptr) {
         unlock_fd(fd);

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include "frame/frame.h"
+#include "journal/journal.h"
 #include "recovery/recovery.h"
 #include "safestr.h"
 #include "startup/startup.h"
@@ -59,6 +60,9 @@ GPtr<char> copy_command(const char *copy, const char *live) noexcept {
 
 // A file whose paths cannot be formed in full is left as it is.
 int32_t restore_file(const char *directory, const char *live) noexcept {
+    // A call cut short on the live file is finished first, so it cannot land
+    // on top of the restored copy later.
+    (void)recover_pending(live);
     const GPtr<char> copy = factory_copy_of(directory, live);
     if (!copy) {
         return JX_OK;

@@ -7,6 +7,7 @@
 
 #include "frame/frame.h"
 #include "integrity/integrity.h"
+#include "journal/journal.h"
 #include "registry/registry.h"
 #include "safestr.h"
 #include "startup/startup.h"
@@ -80,6 +81,7 @@ bool check_crc_file(const char *copy_path, const char *crc_path) noexcept {
 
 void restore_copy(const char *saved, const char *live) noexcept {
     if (live != nullptr && live[0] != '\0') {
+        (void)recover_pending(live);
         (void)jx_file_copy(saved, live);
         (void)ram_check(live);
     }
@@ -147,15 +149,16 @@ int32_t recover_preserved_files() noexcept {
             JX_LOG("snprintf_s file_name failed\n");
             return JX_ERR_COMMAND;
         }
+        if (snprintf_s(live, sizeof live, sizeof live, "%s%s", kPramDir, name) < 0) {
+            JX_LOG("snprintf_s file_name failed\n");
+            return JX_ERR_COMMAND;
+        }
+        (void)recover_pending(live);
         char *const argv[] = {const_cast<char *>("/bin/cp"), const_cast<char *>("-f"), saved,
                               const_cast<char *>(kPramDir), nullptr};
         const int rc = io().run("/bin/cp", argv);
         if (rc != 0) {
             JX_LOG("recover file: system cmd fail! ret = %d \n", rc);
-            return JX_ERR_COMMAND;
-        }
-        if (snprintf_s(live, sizeof live, sizeof live, "%s%s", kPramDir, name) < 0) {
-            JX_LOG("snprintf_s file_name failed\n");
             return JX_ERR_COMMAND;
         }
         (void)ram_check(live);

@@ -6,6 +6,7 @@
 
 #include "frame/frame.h"
 #include "integrity/integrity.h"
+#include "journal/journal.h"
 #include "registry/registry.h"
 #include "startup/startup.h"
 
@@ -111,6 +112,8 @@ int32_t init_cfg(const JxItemCfg *cfg, int32_t count, const char *module_name) n
         return rc;
     }
     const TableLock table;
+    // Start-up: calls that a crash cut short in any process are finished first.
+    recover_all();
     rc = register_elements(cfg, count, module_name);
     return rc != JX_OK ? rc : act_on_load_flag();
 }

@@ -1,9 +1,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "frame/frame.h"
+#include "journal/journal.h"
 #include "recovery/recovery.h"
 #include "registry/registry.h"
 #include "safestr.h"
@@ -106,18 +108,26 @@ int32_t create_reg_item_info(const JxItemCfg &element, const char *module_name,
     return JX_OK;
 }
 
-// Appends under the table lock that start-up holds. The append is synced: a
-// group lost to a power cut would leave a working file that nothing protects.
+// Appends under the table lock that start-up holds, through a redo record: a
+// group lost or torn by a power cut would leave a working file that nothing
+// protects, or a table that no longer parses.
 int32_t append_group(const RegItem &record, int number) noexcept {
-    UniqueStream table(io().fopen(kRegTablePath, "a+b"));
-    if (!table) {
+    struct stat st;
+    const bool missing = ::stat(kRegTablePath, &st) != 0;
+    if (missing && errno != ENOENT) {
         JX_LOG("g_fopen %s failed.", kRegTableName);
         return JX_ERR_OPEN;
     }
     const GPtr<gchar> text(reg_group_text(record, number));
     const std::size_t length = std::strlen(text.get());
-    if (io().fwrite(text.get(), 1, length, table.get()) != length ||
-        io().fflush(table.get()) != 0 || io().fsync(fileno(table.get())) != 0) {
+    const uint64_t end = missing ? 0 : static_cast<uint64_t>(st.st_size);
+    Transaction transaction;
+    if (missing) {
+        transaction.write(kRegTablePath, text.get(), length, true);
+    } else {
+        transaction.write_at(kRegTablePath, end, text.get(), length, end + length);
+    }
+    if (transaction.commit() != 0) {
         JX_LOG_ERRNO_SPACED("sync", kRegTableName);
         return JX_ERR_WRITE;
     }
@@ -169,6 +179,7 @@ void add_module_item(const JxItemCfg &element, const char *module_name) noexcept
 // handles out while it is repaired.
 int32_t repair_working_copy(const JxItemCfg &element, const RegItem &record) noexcept {
     int32_t rc = JX_OK;
+    (void)recover_pending(record.src);
     if (::access(record.src, F_OK) != 0) {
         rc = jx_file_recover(&record);
     } else {

@@ -1,6 +1,8 @@
 #include <cerrno>
 #include <optional>
 
+#include "journal/journal.h"
+
 #include "support/builders.h"
 #include "support/io_faults.h"
 #include "support/oracle.h"
@@ -16,6 +18,7 @@ using IntegrityTest = SandboxTest;
 // its directory.
 TEST_F(IntegrityTest, WholeContentProtectedWritesAndValidity) {
     const std::string content("hello\0world", 11);
+    ASSERT_EQ(jx_set_content("/opt/ulx/pram/w", "", 0), 0);  // creates the record folder
     using Tier = std::pair<const char *, char>;
     for (const auto &[path, tier] :
          {Tier{"/opt/ulx/save/a", 's'}, Tier{"/opt/ulx/savex", 'p'}, Tier{"/opt/ulx/pram/a", 'p'},
@@ -29,14 +32,20 @@ TEST_F(IntegrityTest, WholeContentProtectedWritesAndValidity) {
         }
         EXPECT_EQ(jx_wirte_cnt_get(2) - counted, tier == 's' ? content.size() : 0u) << path;
         EXPECT_EQ(faults.count(Call::kPflashWrite), tier == 'f' ? 2 : 0) << path;
-        EXPECT_EQ(faults.count(Call::kFsync), tier == 'f' ? 0 : 3) << path;
+        // Per write the record, its folder twice and the target; once the new file's folder.
+        EXPECT_EQ(faults.count(Call::kFsync), tier == 'f' ? 0 : 9) << path;
     }
-    // A failed flush still syncs, and the bytes were counted before it.
+    // No room for the record, or it is not synced: the old content stays, nothing
+    // is counted and no record is left behind.
     IoFaults faults;
-    faults.fail(Call::kFflush, 1, EIO);
-    EXPECT_EQ(jx_set_content("/opt/ulx/save/f", "abc", 3), JX_ERR_WRITE);
-    EXPECT_EQ(faults.count(Call::kFsync), 1);
-    EXPECT_EQ(jx_wirte_cnt_get(2), content.size() + 3);
+    for (const Call call : {Call::kWrite, Call::kFsync}) {
+        write_file("/opt/ulx/save/f", "old");
+        faults.fail(call, 1, ENOSPC);
+        EXPECT_EQ(jx_set_content("/opt/ulx/save/f", "abc", 3), JX_ERR_WRITE);
+        EXPECT_EQ(read_file("/opt/ulx/save/f"), "old");
+        EXPECT_FALSE(exists(jx::redo_record_path("/opt/ulx/save/f")));
+    }
+    EXPECT_EQ(jx_wirte_cnt_get(2), content.size());
     jx_wirte_cnt_set(0, 5);
     jx_wirte_cnt_set(0, UINT32_MAX);
     jx_wirte_cnt_set(3, 10);
@@ -54,8 +63,9 @@ TEST_F(IntegrityTest, WholeContentProtectedWritesAndValidity) {
         EXPECT_EQ(read_file(path), bytes) << size;
         EXPECT_EQ(read_file(path + ".sha256"), side_file_text(bytes)) << size;
         EXPECT_EQ(stat_of(path + ".sha256").st_mode & 07777, 0600u) << size;
-        // The first write creates the side file, which also syncs its directory.
-        EXPECT_EQ(faults.count(Call::kFsync) - synced, size == 1 ? 3 : 2) << size;
+        // Record, its folder twice, content, side file; the first write also syncs
+        // the new side file's directory.
+        EXPECT_EQ(faults.count(Call::kFsync) - synced, size == 1 ? 6 : 5) << size;
     }
     // Both tests compare the first 64 characters of the side file with the digest;
     // a working copy without a side file counts as valid, only in persistent RAM.

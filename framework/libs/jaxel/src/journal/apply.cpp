@@ -1,0 +1,81 @@
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "journal/record.h"
+
+namespace jx::redo {
+namespace {
+
+constexpr int kTargetFlags = O_WRONLY | O_CLOEXEC | O_NOFOLLOW;
+// Created targets get the mode a plain fopen would give them.
+constexpr mode_t kCreateMode = 0666;
+
+bool write_all(int fd, const uint8_t *data, uint64_t length, uint64_t offset) noexcept {
+    while (length > 0) {
+        const ssize_t n = io().pwrite(fd, data, length, static_cast<off_t>(offset));
+        if (n <= 0) {
+            if (n == 0) {
+                errno = ENOSPC;
+            }
+            return false;
+        }
+        data += n;
+        offset += static_cast<uint64_t>(n);
+        length -= static_cast<uint64_t>(n);
+    }
+    return true;
+}
+
+// In place, never a rename: other processes' locks and streams stay on the
+// live inode. Fixed offsets and sizes make a second run harmless.
+int apply_write(const Entry &entry, const uint8_t *data) noexcept {
+    bool created = false;
+    UniqueFd fd(io().open(entry.path, kTargetFlags, 0));
+    if (!fd && errno == ENOENT && entry.may_create != 0) {
+        fd.reset(io().open(entry.path, kTargetFlags | O_CREAT, kCreateMode));
+        created = true;
+    }
+    if (!fd || !write_all(fd.get(), data, entry.length, entry.offset) ||
+        io().ftruncate(fd.get(), static_cast<off_t>(entry.final_size)) != 0 ||
+        io().fsync(fd.get()) != 0) {
+        return -1;
+    }
+    fd.reset();
+    return created ? sync_parent_directory(entry.path) : 0;
+}
+
+int apply_unlink(const Entry &entry) noexcept {
+    if (io().unlink(entry.path) != 0) {
+        return errno == ENOENT ? 0 : -1;
+    }
+    return sync_parent_directory(entry.path);
+}
+
+}  // namespace
+
+int apply(const View &view) noexcept {
+    const uint8_t *data = view.data;
+    for (std::size_t i = 0; i < view.count; ++i) {
+        const Entry &entry = view.entries[i];
+        const int rc = entry.kind == kWrite ? apply_write(entry, data) : apply_unlink(entry);
+        if (rc != 0) {
+            return -1;
+        }
+        data += entry.length;
+    }
+    return 0;
+}
+
+bool worth_retrying(int error) noexcept {
+    switch (error) {
+    case ENOENT:
+    case ENOTDIR:
+    case EISDIR:
+    case ELOOP:
+    case ENAMETOOLONG: return false;
+    default: return true;
+    }
+}
+
+}  // namespace jx::redo

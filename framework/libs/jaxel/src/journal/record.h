@@ -1,0 +1,85 @@
+// The redo record's layout: a header, a table of fixed-size entries, then the
+// data of every write entry in table order. The header digest covers the
+// header up to it and the whole table, so a record only validates when it was
+// written whole by the transaction whose nonce it carries.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "frame/frame.h"
+#include "journal/journal.h"
+
+namespace jx::redo {
+
+inline constexpr char kMagic[8] = {'J', 'X', 'R', 'E', 'D', 'O', '\r', '\n'};
+inline constexpr uint32_t kVersion = 1;
+inline constexpr std::size_t kDigestSize = 32;
+inline constexpr std::size_t kNonceSize = 16;
+
+enum EntryKind : uint32_t { kWrite = 1, kUnlink = 2 };
+
+struct Header {
+    char magic[8];
+    uint32_t version;
+    uint32_t entry_count;
+    uint8_t nonce[kNonceSize];
+    uint64_t total_length;
+    uint8_t digest[kDigestSize];
+};
+
+struct Entry {
+    uint32_t kind;
+    uint32_t may_create;
+    uint64_t offset;
+    uint64_t length;
+    uint64_t final_size;
+    uint8_t data_digest[kDigestSize];
+    char path[kPathMax];
+};
+
+inline constexpr char kRecordDir[] = "/opt/ulx/pram/.jaxel-redo/";
+
+bool sha256(const void *data, std::size_t len, uint8_t out[kDigestSize]) noexcept;
+
+// Builds the record of the entries into one g_malloc'd buffer; null when out
+// of memory, a path does not fit or a digest cannot be computed.
+GPtr<uint8_t> encode(const Transaction::Entry *entries, std::size_t count,
+                     std::size_t &length) noexcept;
+
+// A validated record over a caller-owned buffer.
+struct View {
+    const Entry *entries = nullptr;
+    std::size_t count = 0;
+    const uint8_t *data = nullptr;  // the first entry's data
+};
+
+// True when the buffer holds exactly one whole record with matching digests.
+bool decode(const uint8_t *buf, std::size_t len, View &out) noexcept;
+
+// The view of a record this process just encoded; nothing is checked.
+View view_of(const uint8_t *buf) noexcept;
+
+// Writes every entry of the view in place; 0, or -1 with errno.
+int apply(const View &view) noexcept;
+
+// A failed apply worth keeping the record for: the file system may recover
+// from it, while a target that cannot be reached never will.
+bool worth_retrying(int error) noexcept;
+
+// The record file of a target: named from a digest of its canonical path.
+Path record_path(const char *target) noexcept;
+
+// Opens the record file and locks it, retrying when it was unlinked while we
+// waited. With create, makes it (and its directory); without wait, fails with
+// EWOULDBLOCK while another call holds it.
+UniqueFd open_locked(const char *record, bool create, bool wait) noexcept;
+
+// Applies a valid record held in the locked descriptor, drops an invalid one,
+// then removes the record file. 0 when nothing stays pending.
+int finish(int fd, const char *record) noexcept;
+
+// Unlinks the record file and makes that durable.
+int remove_record(const char *record) noexcept;
+
+}  // namespace jx::redo

@@ -1,0 +1,117 @@
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "journal/record.h"
+
+namespace jx::redo {
+namespace {
+
+constexpr int kRecordFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
+
+// The last directory resolved by this thread: resolving walks every component
+// of the path, while checking that the directory is still the same one takes a
+// single stat.
+struct ResolvedDir {
+    Path spelled;
+    Path resolved;
+    dev_t dev = 0;
+    ino_t ino = 0;
+};
+
+bool resolve_dir(const char *dir, Path &out) noexcept {
+    thread_local ResolvedDir last;
+    struct stat st;
+    if (::stat(dir, &st) != 0) {
+        return false;
+    }
+    if (std::strcmp(last.spelled.c_str(), dir) == 0 && last.dev == st.st_dev &&
+        last.ino == st.st_ino) {
+        out = last.resolved;
+        return true;
+    }
+    char resolved[PATH_MAX];
+    if (::realpath(dir, resolved) == nullptr) {
+        return false;
+    }
+    last = {make_path({dir}), make_path({resolved}), st.st_dev, st.st_ino};
+    out = last.resolved;
+    return true;
+}
+
+// Two spellings of one file must share one record.
+Path canonical(const char *target) noexcept {
+    const Path dir = parent_of(target);
+    Path resolved;
+    if (!resolve_dir(dir.c_str(), resolved)) {
+        return make_path({target});
+    }
+    const char *separator = g_str_has_suffix(resolved.c_str(), "/") ? "" : "/";
+    return make_path({resolved.c_str(), separator, base_name(target)});
+}
+
+// A new directory entry is only durable once its parent is synced.
+int make_record_dir() noexcept {
+    if (io().mkdir(kRecordDir, S_IRWXU) != 0) {
+        return errno == EEXIST ? 0 : -1;
+    }
+    return sync_parent_directory(make_path({kPramDir, "x"}).c_str());
+}
+
+UniqueFd open_record(const char *record, bool create) noexcept {
+    UniqueFd fd(io().open(record, kRecordFlags | (create ? O_CREAT : 0), S_IRUSR | S_IWUSR));
+    if (!fd && create && errno == ENOENT && make_record_dir() == 0) {
+        fd.reset(io().open(record, kRecordFlags | O_CREAT, S_IRUSR | S_IWUSR));
+    }
+    return fd;
+}
+
+bool still_linked(int fd, const char *record) noexcept {
+    struct stat held;
+    struct stat named;
+    return fstat(fd, &held) == 0 && ::stat(record, &named) == 0 && held.st_ino == named.st_ino &&
+           held.st_dev == named.st_dev;
+}
+
+}  // namespace
+
+Path record_path(const char *target) noexcept {
+    const Path name = canonical(target);
+    uint8_t digest[kDigestSize];
+    char hex[2 * kDigestSize + 1] = {};
+    if (sha256(name.c_str(), std::strlen(name.c_str()), digest)) {
+        for (std::size_t i = 0; i < kDigestSize; ++i) {
+            g_snprintf(hex + 2 * i, 3, "%02x", digest[i]);
+        }
+    }
+    return make_path({kRecordDir, hex});
+}
+
+UniqueFd open_locked(const char *record, bool create, bool wait) noexcept {
+    for (;;) {
+        UniqueFd fd = open_record(record, create);
+        if (!fd) {
+            return fd;
+        }
+        if (io().flock(fd.get(), LOCK_EX | (wait ? 0 : LOCK_NB)) != 0) {
+            return UniqueFd();
+        }
+        if (still_linked(fd.get(), record)) {
+            return fd;
+        }
+    }
+}
+
+int remove_record(const char *record) noexcept {
+    if (io().unlink(record) != 0 && errno != ENOENT) {
+        return -1;
+    }
+    return sync_parent_directory(record);
+}
+
+}  // namespace jx::redo

@@ -1,0 +1,107 @@
+#include <cerrno>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "journal/record.h"
+
+namespace jx {
+namespace {
+
+// Written whole with one call, then the record and its directory entry are
+// synced: after that the call's new state survives any crash.
+int make_durable(int fd, const char *record, const uint8_t *buf, std::size_t len) noexcept {
+    const ssize_t written = io().write(fd, buf, len);
+    if (written != static_cast<ssize_t>(len)) {
+        if (written >= 0) {
+            errno = ENOSPC;
+        }
+        return -1;
+    }
+    if (io().fsync(fd) != 0) {
+        return -1;
+    }
+    return sync_parent_directory(record);
+}
+
+// A record left by a crashed call is finished (which unlinks it) before ours
+// takes its name in a fresh file.
+UniqueFd open_empty_record(const char *record) noexcept {
+    for (;;) {
+        UniqueFd fd = redo::open_locked(record, true, true);
+        struct stat st;
+        if (!fd || fstat(fd.get(), &st) != 0) {
+            return UniqueFd();
+        }
+        if (st.st_size == 0) {
+            return fd;
+        }
+        if (redo::finish(fd.get(), record) != 0) {
+            return UniqueFd();
+        }
+    }
+}
+
+}  // namespace
+
+void Transaction::write(const char *path, const void *data, std::size_t len, bool may_create,
+                        const char *digest_hex) noexcept {
+    if (count_ == kMaxEntries) {
+        overflow_ = true;
+        return;
+    }
+    entries_[count_++] = {true, may_create, path, data, len, digest_hex, 0, len};
+}
+
+void Transaction::write_at(const char *path, uint64_t offset, const void *data, std::size_t len,
+                           uint64_t final_size) noexcept {
+    if (count_ == kMaxEntries) {
+        overflow_ = true;
+        return;
+    }
+    entries_[count_++] = {true, false, path, data, len, nullptr, offset, final_size};
+}
+
+void Transaction::remove(const char *path) noexcept {
+    if (count_ == kMaxEntries) {
+        overflow_ = true;
+        return;
+    }
+    entries_[count_++] = {false, false, path, nullptr, 0, nullptr, 0, 0};
+}
+
+int Transaction::commit() noexcept {
+    if (overflow_ || count_ == 0) {
+        errno = EINVAL;
+        return -1;
+    }
+    std::size_t len = 0;
+    const GPtr<uint8_t> buf = redo::encode(entries_, count_, len);
+    if (!buf) {
+        return -1;
+    }
+    const Path record = redo::record_path(entries_[0].path);
+    const UniqueFd fd = open_empty_record(record.c_str());
+    if (!fd) {
+        return -1;
+    }
+    if (make_durable(fd.get(), record.c_str(), buf.get(), len) != 0) {
+        // Nothing was touched: the old state stays in place and valid.
+        const int error = errno;
+        (void)redo::remove_record(record.c_str());
+        errno = error;
+        return -1;
+    }
+    if (redo::apply(redo::view_of(buf.get())) != 0) {
+        const int error = errno;
+        if (!redo::worth_retrying(error)) {
+            (void)redo::remove_record(record.c_str());
+        }
+        errno = error;
+        return -1;  // else the record stays: the next open finishes the call
+    }
+    // A record that outlives a crash here is applied again, to the same bytes.
+    (void)redo::remove_record(record.c_str());
+    return 0;
+}
+
+}  // namespace jx
