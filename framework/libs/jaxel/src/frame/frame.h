@@ -6,6 +6,7 @@
 #include "frame/locks.h"
 #include "frame/log.h"
 #include "frame/module_list.h"
+#include "frame/name_check.h"
 #include "frame/path.h"
 #include "frame/raii.h"
 #include "frame/shell.h"

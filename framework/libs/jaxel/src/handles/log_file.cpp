@@ -56,6 +56,12 @@ JxFile *open_log_file(const JxItemCfg *jx_info, const char *mode) noexcept {
         JX_LOG("input para invalid: mode.");
         return nullptr;
     }
+    // The short name names the package beside the file; the path is kept whole.
+    if ((jx_info->short_name != nullptr && !valid_name(jx_info->short_name)) ||
+        !fits(kPathMax, {jx_info->path}) || !fits(kPathMax, {jx_info->package_path})) {
+        JX_LOG("input para invalid: jx_info.");
+        return nullptr;
+    }
     if (!open_mode_allowed(jx_info->package_size, mode)) {
         return nullptr;
     }
@@ -77,6 +83,7 @@ int32_t write_log(const void *ptr, uint32_t size, uint32_t n, JxFile *stream) no
 
 void close_log_file(JxFile *stream) noexcept {
     if (stream == nullptr) {
+        (void)JX_REFUSE(0, "stream");
         return;
     }
     if (stream->fd != nullptr) {
@@ -88,10 +95,10 @@ void close_log_file(JxFile *stream) noexcept {
 
 int32_t package_size_of(const char *short_name, uint32_t *size) noexcept {
     if (short_name == nullptr) {
-        return JX_ERR_PARAM1;
+        return JX_REFUSE(JX_ERR_PARAM1, "short_name");
     }
     if (size == nullptr) {
-        return JX_ERR_PARAM2;
+        return JX_REFUSE(JX_ERR_PARAM2, "size");
     }
     const JxModuleItem *item = jx_find_module_item(short_name);
     if (item == nullptr) {

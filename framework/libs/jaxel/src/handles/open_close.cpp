@@ -89,6 +89,10 @@ JxFile *open_module_file(const char *short_name, const char *module_name,
         JX_LOG("input para invalid: mode.");
         return nullptr;
     }
+    if (const char *refused = refused_module_file(short_name, module_name)) {
+        JX_LOG("input para invalid: %s.", refused);
+        return nullptr;
+    }
     if (g_jx_reg_list == nullptr) {
         JX_LOG("para invalid: g_jx_reg_list.");
         return nullptr;
@@ -125,6 +129,7 @@ JxFile *open_module_file(const char *short_name, const char *module_name,
 
 void close_handle(JxFile *stream) noexcept {
     if (stream == nullptr) {
+        (void)JX_REFUSE(0, "stream");
         return;
     }
     if (stream->fd != nullptr) {

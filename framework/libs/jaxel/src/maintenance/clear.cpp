@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "frame/frame.h"
 #include "maintenance/maintenance.h"
@@ -114,10 +115,14 @@ int32_t clear_log(const JxItemCfg &descriptor) noexcept {
 
 int32_t clear_module_file(const char *short_name, const char *module_name) noexcept {
     if (short_name == nullptr) {
-        return JX_ERR_PARAM1;
+        return JX_REFUSE(JX_ERR_PARAM1, "short_name");
     }
     if (module_name == nullptr) {
-        return JX_ERR_PARAM2;
+        return JX_REFUSE(JX_ERR_PARAM2, "module_name");
+    }
+    if (const char *refused = refused_module_file(short_name, module_name)) {
+        return JX_REFUSE(std::strcmp(refused, "short_name") == 0 ? JX_ERR_PARAM1 : JX_ERR_PARAM2,
+                         refused);
     }
     if (g_jx_reg_list == nullptr) {
         JX_LOG("g_jx_reg_list invalid.");
@@ -140,7 +145,7 @@ int32_t clear_module_file(const char *short_name, const char *module_name) noexc
 
 int32_t clear_file(const char *short_name) noexcept {
     if (short_name == nullptr) {
-        return JX_ERR_PARAM1;
+        return JX_REFUSE(JX_ERR_PARAM1, "short_name");
     }
     const int32_t rc = clear_module_file(short_name, module_name());
     if (rc != JX_OK) {
@@ -151,7 +156,7 @@ int32_t clear_file(const char *short_name) noexcept {
 
 int32_t clear_log_file(const JxItemCfg *descriptor) noexcept {
     if (descriptor == nullptr) {
-        return JX_ERR_PARAM1;
+        return JX_REFUSE(JX_ERR_PARAM1, "descriptor");
     }
     const int32_t guard = reboot_guard(true);
     if (guard != JX_OK) {

@@ -39,7 +39,7 @@ int32_t refresh_side_file(const JxFile *stream) noexcept {
 
 int32_t put_char(int c, JxFile *stream) noexcept {
     if (stream == nullptr || stream->fd == nullptr) {
-        return JX_ERR_PARAM2;
+        return JX_REFUSE(JX_ERR_PARAM2, "stream");
     }
     const FileOperationLock lock(stream->file_no);
     if (!put_and_flush(c, stream)) {

@@ -95,15 +95,18 @@ int32_t act_on_load_flag() noexcept {
 
 int32_t init_cfg(const JxItemCfg *cfg, int32_t count, const char *module_name) noexcept {
     if (cfg == nullptr) {
-        return JX_ERR_PARAM1;
+        return JX_REFUSE(JX_ERR_PARAM1, "cfg");
     }
     if (count == 0) {
-        return JX_ERR_PARAM2;
+        return JX_REFUSE(JX_ERR_PARAM2, "count");
     }
     if (module_name == nullptr) {
-        return JX_ERR_PARAM3;
+        return JX_REFUSE(JX_ERR_PARAM3, "module_name");
     }
     int32_t rc = reboot_guard(true);
+    if (rc == JX_OK) {
+        rc = check_config(cfg, count, module_name);
+    }
     if (rc == JX_OK) {
         rc = open_table_lock();
     }

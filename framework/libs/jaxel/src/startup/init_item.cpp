@@ -49,15 +49,22 @@ void set_field(char (&field)[kPathMax], const char *value) noexcept {
 }
 
 // The module's own durable path when it gave one (resolved where it can be),
-// otherwise the save-area path.
-void set_chosen_or_default(char (&field)[kPathMax], const char *chosen,
+// otherwise the save-area path. A resolved path too long for the record is
+// refused, never cut.
+bool set_chosen_or_default(char (&field)[kPathMax], const char *chosen,
                            const Path &fallback) noexcept {
     if (chosen == nullptr || chosen[0] == '\0') {
         set_field(field, fallback.c_str());
-        return;
+        return true;
     }
     char resolved[kResolvedPathSize];
-    set_field(field, ::realpath(chosen, resolved) != nullptr ? resolved : chosen);
+    const char *taken = ::realpath(chosen, resolved) != nullptr ? resolved : chosen;
+    if (!fits(sizeof field, {taken}) || !valid_table_text(taken)) {
+        JX_LOG("%s refused: its resolved path does not fit the table.", base_name(chosen));
+        return false;
+    }
+    set_field(field, taken);
+    return true;
 }
 
 // _create_reg_item_info: the paths of the file's copies by protect mode.
@@ -73,12 +80,16 @@ int32_t create_reg_item_info(const JxItemCfg &element, const char *module_name,
         break;
     case JX_PROTECT_C:
         set_field(record.src, t0.c_str());
-        set_chosen_or_default(record.dst, element.path, t1);
+        if (!set_chosen_or_default(record.dst, element.path, t1)) {
+            return JX_ERR_PARAM1;
+        }
         break;
     case JX_PROTECT_E:
     case JX_PROTECT_S:
         set_field(record.src, t0.c_str());
-        set_chosen_or_default(record.dst, element.path, t1);
+        if (!set_chosen_or_default(record.dst, element.path, t1)) {
+            return JX_ERR_PARAM1;
+        }
         set_field(record.bak, make_path({t1.c_str(), kBackupSuffix}).c_str());
         set_field(record.crc, make_path({t1.c_str(), kChecksumSuffix}).c_str());
         set_field(record.bakcrc, make_path({t1.c_str(), kBackupSuffix, kChecksumSuffix}).c_str());
@@ -194,13 +205,15 @@ int32_t jx_init_item(const JxItemCfg *element, const char *module_name) noexcept
         return JX_ERR_PARAM1;
     }
     RegItem record{};
-    if (element->protect_mode == JX_PROTECT_C || element->protect_mode == JX_PROTECT_F) {
-        remove_stale_companions(*element, module_name);
-    }
     if (element->protect_mode > JX_PROTECT_F) {
         return JX_ERR_PROTECT_MODE;
     }
+    // Paths are derived before anything is removed: a refused path removes nothing.
     int32_t rc = create_reg_item_info(*element, module_name, record);
+    if (rc == JX_OK &&
+        (element->protect_mode == JX_PROTECT_C || element->protect_mode == JX_PROTECT_F)) {
+        remove_stale_companions(*element, module_name);
+    }
     if (rc == JX_OK) {
         rc = fsync_register_inter(record);
     }
