@@ -1,6 +1,8 @@
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "frame/frame.h"
@@ -117,15 +119,26 @@ int32_t create_reg_item_info(const JxItemCfg &element, const char *module_name,
     return JX_OK;
 }
 
+bool ends_mid_line(int fd) noexcept {
+    struct stat st {};
+    char last = '\n';
+    return ::fstat(fd, &st) == 0 && st.st_size > 0 && ::pread(fd, &last, 1, st.st_size - 1) == 1 &&
+           last != '\n';
+}
+
 // Appends under the table lock that start-up holds. The append is synced: a
 // group lost to a power cut would leave a working file that nothing protects.
+// A table whose last line was cut gets a line break first, so the new group
+// never continues that line.
 int32_t append_group(const RegItem &record, int number) noexcept {
     UniqueStream table(io().fopen(kRegTablePath, "a+b"));
     if (!table) {
         JX_LOG("g_fopen %s failed.", kRegTableName);
         return JX_ERR_OPEN;
     }
-    const GPtr<gchar> text(reg_group_text(record, number));
+    const GPtr<gchar> group(reg_group_text(record, number));
+    const GPtr<gchar> text(
+        g_strconcat(ends_mid_line(fileno(table.get())) ? "\n" : "", group.get(), nullptr));
     const std::size_t length = std::strlen(text.get());
     if (io().fwrite(text.get(), 1, length, table.get()) != length ||
         io().fflush(table.get()) != 0 || io().fsync(fileno(table.get())) != 0) {
@@ -140,18 +153,21 @@ int32_t append_group(const RegItem &record, int number) noexcept {
 // copy.
 int32_t fsync_register_inter(const RegItem &record) noexcept {
     bool listed = false;
-    std::size_t count = 0;
+    uint64_t number = 0;
     const bool loaded = with_table_index([&](const RegIndex &index) {
         listed = index.lists(record.src, record.dst);
-        count = index.group_count();
+        number = index.next_number(group_letter(record.protect_mode));
     });
     int32_t rc = JX_ERR_OPEN;
     if (!loaded) {
         JX_LOG("open_key_file(%s) failed.", kRegTableName);
     } else if (listed) {
         return JX_OK;
+    } else if (number > INT32_MAX) {
+        JX_LOG("%s: no group number left.", kRegTableName);
+        rc = JX_ERR_WRITE;
     } else {
-        rc = append_group(record, static_cast<int>(count) + 1);
+        rc = append_group(record, static_cast<int>(number));
     }
     if (rc != JX_OK) {
         JX_LOG("jx_fsync_register_inter failed: ret %d.", rc);
