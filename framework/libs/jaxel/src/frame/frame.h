@@ -1,6 +1,7 @@
 // What the other subsystems use of the library frame.
 #pragma once
 
+#include "frame/bounded_read.h"
 #include "frame/io.h"
 #include "frame/locations.h"
 #include "frame/locks.h"

@@ -72,8 +72,15 @@ FILE *open_stream_nofollow(const char *path, const char *mode) noexcept {
         errno = EINVAL;
         return nullptr;
     }
-    const int fd = ::open(path, flags | O_NOFOLLOW | O_CLOEXEC, 0666);
+    // Without blocking on a FIFO; only a regular file becomes a stream.
+    const int fd = ::open(path, flags | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, 0666);
     if (fd < 0) {
+        return nullptr;
+    }
+    struct stat st {};
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || ::fcntl(fd, F_SETFL, flags) != 0) {
+        ::close(fd);  // inside the real call that the seam's fopen names
+        errno = ENXIO;
         return nullptr;
     }
     FILE *stream = ::fdopen(fd, mode);

@@ -23,7 +23,15 @@ int32_t open_table_lock() noexcept {
         return JX_OK;
     }
     const mode_t mode = create_privilege(kTableModeCode);
-    set_reg_table_fd(io().open(kRegTablePath, O_RDWR | O_CREAT | O_CLOEXEC, mode));
+    // The table is the library's own: never a link, and never a FIFO or
+    // device whose node would take the table's mode and group.
+    set_reg_table_fd(
+        io().open(kRegTablePath, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, mode));
+    if (reg_table_fd() >= 0 && !is_regular_file(kRegTablePath)) {
+        (void)io().close(reg_table_fd());
+        set_reg_table_fd(-1);
+        errno = ENXIO;
+    }
     if (reg_table_fd() < 0) {
         const int e = errno;
         set_reg_table_fd(-1);
