@@ -7,6 +7,9 @@
 
 #include <algorithm>
 
+#include "frame/locations.h"
+#include "frame/name_check.h"
+#include "frame/path.h"
 #include "frame/raii.h"
 
 namespace jx {
@@ -45,14 +48,19 @@ bool is_regular_file(const char *path) noexcept {
 }
 
 int open_regular(const char *path, GError **error) noexcept {
+    if (leads_outside(path)) {
+        return fail(error, G_FILE_ERROR_PERM,
+                    g_strdup_printf("“%s” leads out of %s", shown(path).get(), kUlxDir)),
+               -1;
+    }
     UniqueFd fd(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat st {};
     if (!fd || ::fstat(fd.get(), &st) != 0) {
         return -1;
     }
-    if (!S_ISREG(st.st_mode)) {
+    if (!S_ISREG(st.st_mode) || st.st_nlink > 1) {
         return fail(error, G_FILE_ERROR_FAILED,
-                    g_strdup_printf("“%s” is not a regular file", shown(path).get())),
+                    g_strdup_printf("“%s” is not a regular file of one link", shown(path).get())),
                -1;
     }
     return fd.release();

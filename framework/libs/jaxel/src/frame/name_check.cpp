@@ -1,5 +1,6 @@
 #include "frame/name_check.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <initializer_list>
 #include <string_view>
@@ -86,6 +87,19 @@ bool climbs_out(const char *path, const char *area) noexcept {
     }
     JX_LOG("%s refused: the path leads out of %s.", base_name(path), area);
     return true;
+}
+
+bool leads_outside(const char *path) noexcept {
+    ResolvedPath resolved;
+    if (!has_prefix(path, kUlxDir) || has_prefix(resolved_or_given(path, resolved), kUlxDir)) {
+        return false;
+    }
+    JX_LOG("%s refused: a link leads out of %s.", base_name(path), kUlxDir);
+    return true;
+}
+
+const char *resolved_or_given(const char *path, ResolvedPath &out) noexcept {
+    return ::realpath(path, out.text) != nullptr ? out.text : path;
 }
 
 bool valid_absolute_path(const char *path) noexcept {

@@ -24,6 +24,17 @@ bool stays_inside(const char *path, const char *area) noexcept;
 // True, after logging, when path begins with area but climbs out of it.
 bool climbs_out(const char *path, const char *area) noexcept;
 
+// True, after logging, when path lies under /opt/ulx/ but resolves (through a
+// link) to a place outside it: such a path is never written, read or chmod'ed.
+bool leads_outside(const char *path) noexcept;
+
+// The path with its links resolved, in `out`; the path itself when it cannot be
+// resolved (it does not exist yet).
+struct ResolvedPath {
+    char text[4096];
+};
+const char *resolved_or_given(const char *path, ResolvedPath &out) noexcept;
+
 // An absolute path that is valid table text and holds no ".." component.
 bool valid_absolute_path(const char *path) noexcept;
 

@@ -70,7 +70,11 @@ JxFile *open_log_file(const JxItemCfg *jx_info, const char *mode) noexcept {
     handle->item = item.get();
     g_strlcpy(handle->mode, mode, sizeof handle->mode);
     fill_log_names(handle.get(), *jx_info);
-    if (jx_open_with_privilege(handle.get(), mode) != JX_OK) {
+    // Opened through its links (the stream refuses a link itself); the handle
+    // keeps the path it was given.
+    ResolvedPath resolved;
+    if (jx_open_with_privilege(handle.get(), mode,
+                               resolved_or_given(handle->file_path, resolved)) != JX_OK) {
         return nullptr;
     }
     (void)item.release();

@@ -94,7 +94,8 @@ int32_t clear_registered(const JxModuleItem &item, const char *path) noexcept {
 
 int32_t clear_log(const JxItemCfg &descriptor) noexcept {
     UniqueStream stream;
-    if (!open_existing(descriptor.path, stream)) {
+    ResolvedPath resolved;
+    if (!open_existing(resolved_or_given(descriptor.path, resolved), stream)) {
         return JX_ERR_OPEN;
     }
     const FileOperationLock lock(fileno(stream.get()));
@@ -139,8 +140,8 @@ int32_t clear_module_file(const char *short_name, const char *module_name) noexc
     }
     char unresolved[kResolvedPathSize] = {};
     char resolved[kResolvedPathSize];
-    return clear_registered(*item,
-                            resolve_module_file(short_name, module_name, unresolved, resolved));
+    const char *path = resolve_module_file(short_name, module_name, unresolved, resolved);
+    return leads_outside(unresolved) ? JX_ERR_OPEN : clear_registered(*item, path);
 }
 
 int32_t clear_file(const char *short_name) noexcept {
