@@ -52,7 +52,8 @@ int32_t check_config(const JxItemCfg *cfg, int32_t count, const char *module_nam
     }
     for (int32_t i = 0; i < count; ++i) {
         // Elements with an unknown mode are refused by registration itself.
-        if (cfg[i].protect_mode <= JX_PROTECT_F && !element_valid(cfg[i], module_name, i)) {
+        if ((cfg[i].short_name == nullptr || cfg[i].protect_mode <= JX_PROTECT_F) &&
+            !element_valid(cfg[i], module_name, i)) {
             return JX_ERR_PARAM1;
         }
     }
