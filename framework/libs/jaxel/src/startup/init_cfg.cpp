@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <glib.h>
 
@@ -23,11 +24,14 @@ int32_t open_table_lock() noexcept {
         return JX_OK;
     }
     const mode_t mode = create_privilege(kTableModeCode);
-    // The table is the library's own: never a link, and never a FIFO or
-    // device whose node would take the table's mode and group.
+    // The table is the library's own: never a link, a second hard link, or a
+    // FIFO or device whose node would take the table's mode and group; both
+    // are set through the descriptor that was checked.
     set_reg_table_fd(
         io().open(kRegTablePath, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, mode));
-    if (reg_table_fd() >= 0 && !is_regular_file(kRegTablePath)) {
+    struct stat st {};
+    if (reg_table_fd() >= 0 &&
+        (::fstat(reg_table_fd(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_nlink > 1)) {
         (void)io().close(reg_table_fd());
         set_reg_table_fd(-1);
         errno = ENXIO;
@@ -38,8 +42,8 @@ int32_t open_table_lock() noexcept {
         JX_LOG("open (%s) failed: errno %d(%s).", kRegTableName, e, g_strerror(e));
         return JX_ERR_OPEN;
     }
-    (void)io().chmod(kRegTablePath, mode);
-    if (io().chown(kRegTablePath, static_cast<uid_t>(-1), kTableGroup) != 0) {
+    (void)io().fchmod(reg_table_fd(), mode);
+    if (io().fchown(reg_table_fd(), static_cast<uid_t>(-1), kTableGroup) != 0) {
         JX_LOG_ERRNO("chown on file", kRegTablePath);
     }
     return JX_OK;
