@@ -47,6 +47,11 @@ bool is_regular_file(const char *path) noexcept {
     return ::lstat(path, &st) == 0 && S_ISREG(st.st_mode);
 }
 
+bool is_odd_node(const char *path) noexcept {
+    struct stat st {};
+    return ::lstat(path, &st) == 0 && (!S_ISREG(st.st_mode) || st.st_nlink > 1);
+}
+
 int open_regular(const char *path, GError **error) noexcept {
     if (leads_outside(path)) {
         return fail(error, G_FILE_ERROR_PERM,

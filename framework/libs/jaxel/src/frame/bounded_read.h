@@ -16,6 +16,10 @@ int open_regular(const char *path, GError **error) noexcept;
 // Whether path names a regular file itself (not a link, FIFO or device).
 bool is_regular_file(const char *path) noexcept;
 
+// Whether something other than a regular file of one link sits at path: a
+// program the library runs would write through it.
+bool is_odd_node(const char *path) noexcept;
+
 // Reads at most `limit` bytes of the size the file had when fd was checked.
 // `*data` is g_malloc'd and NUL-terminated one past `*len`.
 bool read_regular_fd(int fd, const char *path, std::size_t limit, gchar **data, std::size_t *len,

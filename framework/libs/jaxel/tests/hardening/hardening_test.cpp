@@ -98,7 +98,9 @@ TEST_F(SandboxTest, FifosAndDevicesWhereFilesBelongNeverHangAndKeepTheirMode) {
 // out of it, or hard-linked, is never opened, written or cleared. A log file
 // is written through its link and keeps the path it was given.
 TEST_F(SandboxTest, LinksInsideAreFollowedLinksOutAndHardLinksAreRefused) {
-    ASSERT_EQ(register_items("app", {item_cfg("a", 1), item_cfg("o", 1), item_cfg("h", 1)}), 0);
+    ASSERT_EQ(register_items("app", {item_cfg("a", 1), item_cfg("o", 1), item_cfg("h", 1),
+                                     item_cfg("k", 1, 1)}),
+              0);
     const std::string real = kP + "real", out = "/opt/out", log_path = "/opt/ulx/save/l";
     write_file(out, "outside");
     write_file(real, "");
@@ -114,6 +116,9 @@ TEST_F(SandboxTest, LinksInsideAreFollowedLinksOutAndHardLinksAreRefused) {
         EXPECT_EQ(handle ? write_text(handle.get(), "new") : 3, 3) << name;
         EXPECT_EQ(jx_clear_module_file(name, "app"), opened.empty() ? JX_ERR_OPEN : 0) << name;
     }
+    const Handle sized = open_handle("k", "a");  // its package is a link out: never packed
+    ASSERT_EQ(symlink(out.c_str(), (kP + "app_k.tar.gz").c_str()), 0);
+    EXPECT_EQ(write_text(sized.get(), "12") + write_text(sized.get(), "3"), 2);
     EXPECT_EQ(read_file(out) + read_file(real), "outside");
     EXPECT_EQ(stat_of(out).st_mode, mode);
     JxItemCfg cfg = item_cfg("l", JX_PROTECT_C, 0, log_path.c_str());
