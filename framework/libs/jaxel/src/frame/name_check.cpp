@@ -89,9 +89,18 @@ bool climbs_out(const char *path, const char *area) noexcept {
     return true;
 }
 
+// The directory itself may be a link on some systems: inside is inside either
+// form of it.
 bool leads_outside(const char *path) noexcept {
     ResolvedPath resolved;
+    ResolvedPath root;
     if (!has_prefix(path, kUlxDir) || has_prefix(resolved_or_given(path, resolved), kUlxDir)) {
+        return false;
+    }
+    const char *real_root = resolved_or_given(kUlxDir, root);
+    const std::size_t root_len = std::strlen(real_root);
+    if (std::strncmp(resolved.text, real_root, root_len) == 0 &&
+        (resolved.text[root_len] == '/' || resolved.text[root_len] == '\0')) {
         return false;
     }
     JX_LOG("%s refused: a link leads out of %s.", base_name(path), kUlxDir);
