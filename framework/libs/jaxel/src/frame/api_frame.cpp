@@ -7,7 +7,7 @@ extern "C" int32_t jx_set_module_name(const char *name) noexcept {
 
 extern "C" const char *jx_get_module_name(void) noexcept { return jx::module_name(); }
 
-extern "C" void jx_file_lock(int fd) noexcept { jx::lock_fd(fd); }
+extern "C" void jx_file_lock(int fd) noexcept { (void)jx::lock_fd(fd); }
 
 extern "C" void jx_file_unlock(int fd) noexcept { jx::unlock_fd(fd); }
 

@@ -72,8 +72,18 @@ FILE *open_stream_nofollow(const char *path, const char *mode) noexcept {
         errno = EINVAL;
         return nullptr;
     }
-    const int fd = ::open(path, flags | O_NOFOLLOW | O_CLOEXEC, 0666);
+    // Without blocking on a FIFO; only a regular file becomes a stream.
+    // Emptied only once it is known to be the library's own regular file.
+    const int fd = ::open(path, (flags & ~O_TRUNC) | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, 0666);
     if (fd < 0) {
+        return nullptr;
+    }
+    struct stat st {};
+    // A second hard link could be a file outside the library's directories.
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_nlink > 1 ||
+        ::fcntl(fd, F_SETFL, flags) != 0 || ((flags & O_TRUNC) != 0 && ::ftruncate(fd, 0) != 0)) {
+        ::close(fd);  // inside the real call that the seam's fopen names
+        errno = ENXIO;
         return nullptr;
     }
     FILE *stream = ::fdopen(fd, mode);

@@ -3,6 +3,7 @@
 
 namespace jx {
 
+inline constexpr const char kUlxDir[] = "/opt/ulx/";
 inline constexpr const char kPramDir[] = "/opt/ulx/pram/";
 inline constexpr const char kSaveDir[] = "/opt/ulx/save/";
 inline constexpr const char kPflashDir[] = "/opt/ulx/pflash/";

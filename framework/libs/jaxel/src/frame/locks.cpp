@@ -1,6 +1,7 @@
 #include "frame/locks.h"
 
 #include <atomic>
+#include <cerrno>
 #include <sys/file.h>
 #include <sys/stat.h>
 
@@ -22,13 +23,20 @@ constexpr uint32_t kLockRetryDelay = 10;
 
 }  // namespace
 
-void lock_fd(int fd) noexcept {
+// Only contention is waited out: any other failure (a descriptor that is not
+// open, say) would fail on every later attempt too.
+bool lock_fd(int fd) noexcept {
     if (fd <= 0) {
-        return;
+        return true;
     }
     while (io().flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK && errno != EINTR) {
+            JX_LOG("flock(%d) failed: errno %d(%s).", fd, errno, g_strerror(errno));
+            return false;
+        }
         io().delay(kLockRetryDelay);
     }
+    return true;
 }
 
 void unlock_fd(int fd) noexcept {

@@ -7,8 +7,9 @@
 
 namespace jx {
 
-// Exclusive flock on fd, waiting by polling; fd <= 0 is ignored.
-void lock_fd(int fd) noexcept;
+// Exclusive flock on fd, waiting by polling while another holder has it; fd <=
+// 0 is ignored. False (logged) on any failure other than contention.
+bool lock_fd(int fd) noexcept;
 void unlock_fd(int fd) noexcept;
 // The same lock, polled for at most wait_ms milliseconds; false when it stayed busy.
 bool lock_fd_within(int fd, uint32_t wait_ms) noexcept;

@@ -36,4 +36,9 @@ void log_errno(const char *source, int line, const char *call, const char *name,
     }
 }
 
+int32_t refuse_argument(const char *source, int line, const char *argument, int32_t code) noexcept {
+    log_line(source, line, "input para invalid: %s.", argument);
+    return code;
+}
+
 }  // namespace jx

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cerrno>
+#include <cstdint>
 
 namespace jx {
 
@@ -16,9 +17,14 @@ void log_line(const char *source, int line, const char *format, ...) noexcept
 void log_errno(const char *source, int line, const char *call, const char *name, int error,
                bool spaced) noexcept;
 
+// Logs "input para invalid: <argument>." and hands back code: a refused
+// argument is reported by name, never by its (absent) value.
+int32_t refuse_argument(const char *source, int line, const char *argument, int32_t code) noexcept;
+
 }  // namespace jx
 
 #define JX_LOG(...) ::jx::log_line(__FILE__, __LINE__, __VA_ARGS__)
 // errno is read before any argument can change it: base_name and c_str never do.
 #define JX_LOG_ERRNO(call, name) ::jx::log_errno(__FILE__, __LINE__, call, name, errno, false)
 #define JX_LOG_ERRNO_SPACED(call, name) ::jx::log_errno(__FILE__, __LINE__, call, name, errno, true)
+#define JX_REFUSE(code, argument) ::jx::refuse_argument(__FILE__, __LINE__, argument, code)

@@ -24,6 +24,7 @@ void sync_companion(const char *path) noexcept {
 
 void flush_file(JxFile *stream) noexcept {
     if (stream == nullptr || stream->fd == nullptr) {
+        (void)JX_REFUSE(0, "stream");
         return;
     }
     (void)JX_FLUSH_AND_SYNC(stream->fd, stream->file_name,

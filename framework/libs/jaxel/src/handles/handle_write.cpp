@@ -35,6 +35,19 @@ bool passes_size_check(JxFile *stream, Packager packager, int32_t &refusal, bool
     return false;
 }
 
+// The byte total must fit the 32-bit sizes of the target, and the item count
+// the signed result that reports it.
+bool count_fits(const WriteRequest &request) noexcept {
+    const uint64_t total = static_cast<uint64_t>(request.size) * request.n;
+    if (total <= UINT32_MAX && request.n <= INT32_MAX) {
+        return true;
+    }
+    JX_LOG("fwrite %s (sz %u count %u) refused: %llu bytes do not fit 32 bits.",
+           base_name(request.stream->file_path), request.size, request.n,
+           static_cast<unsigned long long>(total));
+    return false;
+}
+
 }  // namespace
 
 int32_t locked_handle_write(const WriteRequest &request, Packager packager,
@@ -46,6 +59,9 @@ int32_t locked_handle_write(const WriteRequest &request, Packager packager,
     if (request.stream == nullptr || request.stream->fd == nullptr) {
         JX_LOG("invalid input para: stream or stream->fd is NULL.");
         return JX_ERR_PARAM4;
+    }
+    if (!count_fits(request)) {
+        return JX_ERR_PARAM3;
     }
     const int32_t guard = reboot_guard(true);
     if (guard != JX_OK) {

@@ -56,6 +56,12 @@ JxFile *open_log_file(const JxItemCfg *jx_info, const char *mode) noexcept {
         JX_LOG("input para invalid: mode.");
         return nullptr;
     }
+    // The short name names the package beside the file; the path is kept whole.
+    if ((jx_info->short_name != nullptr && !valid_name(jx_info->short_name)) ||
+        !fits(kPathMax, {jx_info->path}) || !fits(kPathMax, {jx_info->package_path})) {
+        JX_LOG("input para invalid: jx_info.");
+        return nullptr;
+    }
     if (!open_mode_allowed(jx_info->package_size, mode)) {
         return nullptr;
     }
@@ -64,7 +70,11 @@ JxFile *open_log_file(const JxItemCfg *jx_info, const char *mode) noexcept {
     handle->item = item.get();
     g_strlcpy(handle->mode, mode, sizeof handle->mode);
     fill_log_names(handle.get(), *jx_info);
-    if (jx_open_with_privilege(handle.get(), mode) != JX_OK) {
+    // Opened through its links (the stream refuses a link itself); the handle
+    // keeps the path it was given.
+    ResolvedPath resolved;
+    if (jx_open_with_privilege(handle.get(), mode,
+                               resolved_or_given(handle->file_path, resolved)) != JX_OK) {
         return nullptr;
     }
     (void)item.release();
@@ -77,6 +87,7 @@ int32_t write_log(const void *ptr, uint32_t size, uint32_t n, JxFile *stream) no
 
 void close_log_file(JxFile *stream) noexcept {
     if (stream == nullptr) {
+        (void)JX_REFUSE(0, "stream");
         return;
     }
     if (stream->fd != nullptr) {
@@ -88,10 +99,10 @@ void close_log_file(JxFile *stream) noexcept {
 
 int32_t package_size_of(const char *short_name, uint32_t *size) noexcept {
     if (short_name == nullptr) {
-        return JX_ERR_PARAM1;
+        return JX_REFUSE(JX_ERR_PARAM1, "short_name");
     }
     if (size == nullptr) {
-        return JX_ERR_PARAM2;
+        return JX_REFUSE(JX_ERR_PARAM2, "size");
     }
     const JxModuleItem *item = jx_find_module_item(short_name);
     if (item == nullptr) {

@@ -15,7 +15,6 @@
 namespace jx {
 namespace {
 
-constexpr std::size_t kResolvedPathSize = 4096;
 constexpr const char *kClearingModes[] = {"w", "w+", "wb", "w+b"};
 
 // A truncating open of an existing file clears it properly first, so its side
@@ -32,11 +31,16 @@ bool clears_before_open(const char *path, const char *mode) noexcept {
     return false;
 }
 
-void fill_module_names(JxFile *handle, const char *short_name, const char *module_name) noexcept {
+// False (logged) when a link takes the working copy out of /opt/ulx/ or to a
+// path too long for the handle.
+bool fill_module_names(JxFile *handle, const char *short_name, const char *module_name) noexcept {
     char unresolved[kPathMax] = {};
     file_path_of(short_name, module_name, JX_TIER_PRAM, unresolved, sizeof unresolved);
-    char resolved[kResolvedPathSize];
-    const char *path = ::realpath(unresolved, resolved) != nullptr ? resolved : unresolved;
+    ResolvedPath resolved;
+    const char *path = resolved_or_given(unresolved, resolved);
+    if (leads_outside(unresolved) || !fits(sizeof handle->file_path, {path})) {
+        return false;
+    }
     g_strlcpy(handle->file_path, path, sizeof handle->file_path);
     if (snprintf_s(handle->file_name, sizeof handle->file_name, sizeof handle->file_name, "%s_%s",
                    module_name, short_name) < 0) {
@@ -44,6 +48,7 @@ void fill_module_names(JxFile *handle, const char *short_name, const char *modul
     }
     g_snprintf(handle->package_name, sizeof handle->package_name, "%s_%s.tar.gz", module_name,
                short_name);
+    return true;
 }
 
 // Checks the freshly opened file against its side file and rebuilds it from
@@ -90,6 +95,10 @@ JxFile *open_module_file(const char *short_name, const char *module_name,
         JX_LOG("input para invalid: mode.");
         return nullptr;
     }
+    if (const char *refused = refused_module_file(short_name, module_name)) {
+        JX_LOG("input para invalid: %s.", refused);
+        return nullptr;
+    }
     if (g_jx_reg_list == nullptr) {
         JX_LOG("para invalid: g_jx_reg_list.");
         return nullptr;
@@ -105,7 +114,9 @@ JxFile *open_module_file(const char *short_name, const char *module_name,
     GPtr<JxFile> handle(g_new0(JxFile, 1));
     handle->item = item;
     g_strlcpy(handle->mode, mode, sizeof handle->mode);
-    fill_module_names(handle.get(), short_name, module_name);
+    if (!fill_module_names(handle.get(), short_name, module_name)) {
+        return nullptr;
+    }
     // A call cut short by a crash is finished before anything looks at the file.
     (void)recover_pending(handle->file_path);
     if (clears_before_open(handle->file_path, mode)) {
@@ -128,6 +139,7 @@ JxFile *open_module_file(const char *short_name, const char *module_name,
 
 void close_handle(JxFile *stream) noexcept {
     if (stream == nullptr) {
+        (void)JX_REFUSE(0, "stream");
         return;
     }
     if (stream->fd != nullptr) {

@@ -105,6 +105,11 @@ void tell_rolled_over(JxFile *stream) noexcept {
 }
 
 int32_t jx_package(JxFile *stream) noexcept {
+    const Path target = make_path({kPramDir, stream->package_name});
+    if (is_odd_node(target.c_str())) {
+        JX_LOG("%s refused: not a regular file of one link.", stream->package_name);
+        return JX_ERR_PACKAGE;
+    }
     if (!flush_before_package(stream, "jx_package fflush")) {
         return JX_ERR_PACKAGE;
     }

@@ -1,7 +1,12 @@
 // The exported calls of integrity.
 #include "integrity/integrity.h"
 
+// Only the caller's null arguments are logged: recovery hands on missing
+// content internally and logs that its own way.
 extern "C" int32_t jx_set_content(const char *path, const void *buf, uint32_t len) noexcept {
+    if (path == nullptr || buf == nullptr) {
+        return path == nullptr ? JX_REFUSE(JX_ERR_PARAM1, "path") : JX_REFUSE(JX_ERR_PARAM2, "buf");
+    }
     return jx::set_content(path, buf, len);
 }
 

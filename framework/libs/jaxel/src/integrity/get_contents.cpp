@@ -33,11 +33,11 @@ bool read_flash(const char *path, Content &out) noexcept {
 
 }  // namespace
 
-bool read_whole_file(const char *path, Content &out, GErrorPtr &error) noexcept {
+bool read_whole_file(const char *path, Content &out, GErrorPtr &error, std::size_t limit) noexcept {
     gchar *buf = nullptr;
-    gsize len = 0;
+    std::size_t len = 0;
     GError *raw = nullptr;
-    if (!g_file_get_contents(path, &buf, &len, &raw)) {
+    if (!read_regular_file(path, limit, &buf, &len, &raw)) {
         error.reset(raw);
         return false;
     }
@@ -51,9 +51,9 @@ bool read_whole_file(const char *path, Content &out, GErrorPtr &error) noexcept 
     return true;
 }
 
-bool read_whole_file_logged(const char *path, Content &out) noexcept {
+bool read_whole_file_logged(const char *path, Content &out, std::size_t limit) noexcept {
     GErrorPtr error;
-    if (!read_whole_file(path, out, error)) {
+    if (!read_whole_file(path, out, error, limit)) {
         JX_LOG("g_file_get_contents(%s) failed: %s.", base_name(path), error->message);
         return false;
     }

@@ -3,6 +3,7 @@
 // the registry.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <sys/types.h>
@@ -51,10 +52,12 @@ struct Content {
 // 32 bits. False after logging.
 bool place_bytes(Content &content, uint64_t position, const void *data, uint64_t count) noexcept;
 
-// Reads a plain file whole; on failure `error` says why.
-bool read_whole_file(const char *path, Content &out, GErrorPtr &error) noexcept;
+// Reads a regular file whole, or its first `limit` bytes, without ever
+// waiting on a FIFO or device; on failure `error` says why.
+bool read_whole_file(const char *path, Content &out, GErrorPtr &error,
+                     std::size_t limit = SIZE_MAX) noexcept;
 // The same, logging why on failure.
-bool read_whole_file_logged(const char *path, Content &out) noexcept;
+bool read_whole_file_logged(const char *path, Content &out, std::size_t limit = SIZE_MAX) noexcept;
 
 // Reads the whole file from its tier; logs and returns false on failure.
 bool jx_get_contents(const char *path, Content &out) noexcept;

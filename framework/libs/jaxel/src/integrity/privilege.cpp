@@ -36,6 +36,7 @@ uint32_t create_privilege(uint32_t code) noexcept {
 
 void set_privilege(const char *path, JxPrivilege privilege) noexcept {
     if (path == nullptr) {
+        (void)JX_REFUSE(0, "path");
         return;
     }
     // "r+" never creates, and the seam's open refuses a planted link.

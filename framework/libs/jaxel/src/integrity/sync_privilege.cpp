@@ -45,7 +45,7 @@ int32_t sync_privilege(const char *reference, const char *target) noexcept {
     if (reference == nullptr || reference[0] == '\0') {
         return JX_ERR_PARAM1;
     }
-    if (target == nullptr || target[0] == '\0') {
+    if (target == nullptr || target[0] == '\0' || leads_outside(target)) {
         return JX_ERR_PARAM2;
     }
     if (::access(reference, F_OK) != 0 || ::access(target, F_OK) != 0) {

@@ -40,9 +40,12 @@ int32_t write_back(GKeyFile *key, const char *path) noexcept {
 // Takes no lock: the caller holds its key-file lock from jx_open_key_file.
 int32_t writeback_key_file(GKeyFile *key, const char *path) noexcept {
     if (key == nullptr) {
-        return JX_ERR_PARAM1;
+        return JX_REFUSE(JX_ERR_PARAM1, "key");
     }
-    if (!has_prefix(path, kPramDir)) {
+    if (path == nullptr) {
+        return JX_REFUSE(JX_ERR_PARAM2, "path");
+    }
+    if (!has_prefix(path, kPramDir) || climbs_out(path, kPramDir)) {
         return JX_ERR_PARAM2;
     }
     const int32_t rebooting = reboot_guard(true);

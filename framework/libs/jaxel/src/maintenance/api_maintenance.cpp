@@ -11,6 +11,11 @@ extern "C" void jx_set_privilege(const char *path, JxPrivilege privilege) noexce
 }
 
 extern "C" int32_t jx_sync_privilege(const char *reference, const char *target) noexcept {
+    // Logged here only: recovery calls the same check with its own messages.
+    if (reference == nullptr || target == nullptr) {
+        return reference == nullptr ? JX_REFUSE(JX_ERR_PARAM1, "reference")
+                                    : JX_REFUSE(JX_ERR_PARAM2, "target");
+    }
     return jx::sync_privilege(reference, target);
 }
 

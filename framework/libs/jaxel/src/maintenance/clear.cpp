@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <sys/stat.h>
+#include <cstring>
 
 #include "frame/frame.h"
 #include "journal/journal.h"
@@ -87,7 +88,8 @@ int32_t clear_registered(const JxModuleItem &item, const char *path) noexcept {
 
 int32_t clear_log(const JxItemCfg &descriptor) noexcept {
     UniqueStream stream;
-    if (!open_existing(descriptor.path, stream)) {
+    ResolvedPath resolved;
+    if (!open_existing(resolved_or_given(descriptor.path, resolved), stream)) {
         return JX_ERR_OPEN;
     }
     const FileOperationLock lock(fileno(stream.get()));
@@ -112,10 +114,14 @@ int32_t clear_log(const JxItemCfg &descriptor) noexcept {
 
 int32_t clear_module_file(const char *short_name, const char *module_name) noexcept {
     if (short_name == nullptr) {
-        return JX_ERR_PARAM1;
+        return JX_REFUSE(JX_ERR_PARAM1, "short_name");
     }
     if (module_name == nullptr) {
-        return JX_ERR_PARAM2;
+        return JX_REFUSE(JX_ERR_PARAM2, "module_name");
+    }
+    if (const char *refused = refused_module_file(short_name, module_name)) {
+        return JX_REFUSE(std::strcmp(refused, "short_name") == 0 ? JX_ERR_PARAM1 : JX_ERR_PARAM2,
+                         refused);
     }
     if (g_jx_reg_list == nullptr) {
         JX_LOG("g_jx_reg_list invalid.");
@@ -132,13 +138,13 @@ int32_t clear_module_file(const char *short_name, const char *module_name) noexc
     }
     char unresolved[kResolvedPathSize] = {};
     char resolved[kResolvedPathSize];
-    return clear_registered(*item,
-                            resolve_module_file(short_name, module_name, unresolved, resolved));
+    const char *path = resolve_module_file(short_name, module_name, unresolved, resolved);
+    return leads_outside(unresolved) ? JX_ERR_OPEN : clear_registered(*item, path);
 }
 
 int32_t clear_file(const char *short_name) noexcept {
     if (short_name == nullptr) {
-        return JX_ERR_PARAM1;
+        return JX_REFUSE(JX_ERR_PARAM1, "short_name");
     }
     const int32_t rc = clear_module_file(short_name, module_name());
     if (rc != JX_OK) {
@@ -149,7 +155,7 @@ int32_t clear_file(const char *short_name) noexcept {
 
 int32_t clear_log_file(const JxItemCfg *descriptor) noexcept {
     if (descriptor == nullptr) {
-        return JX_ERR_PARAM1;
+        return JX_REFUSE(JX_ERR_PARAM1, "descriptor");
     }
     const int32_t guard = reboot_guard(true);
     if (guard != JX_OK) {

@@ -152,10 +152,10 @@ bool usable(const JxFile *stream) noexcept { return stream != nullptr && stream-
 
 int32_t insert_bytes(const void *data, uint32_t length, uint32_t offset, JxFile *stream) noexcept {
     if (data == nullptr) {
-        return JX_ERR_PARAM1;
+        return JX_REFUSE(JX_ERR_PARAM1, "data");
     }
     if (!usable(stream)) {
-        return JX_ERR_PARAM4;
+        return JX_REFUSE(JX_ERR_PARAM4, "stream");
     }
     return run_edit(stream, {data, length, offset, 0}, length == 0 ? nullptr : insert_body);
 }
@@ -165,7 +165,7 @@ int32_t delete_bytes(uint32_t count, uint32_t offset, JxFile *stream) noexcept {
         return JX_OK;
     }
     if (!usable(stream)) {
-        return JX_ERR_PARAM3;
+        return JX_REFUSE(JX_ERR_PARAM3, "stream");
     }
     return run_edit(stream, {nullptr, count, offset, 0}, delete_body);
 }
@@ -173,7 +173,7 @@ int32_t delete_bytes(uint32_t count, uint32_t offset, JxFile *stream) noexcept {
 int32_t modify_bytes(const void *data, uint32_t length, uint32_t offset, uint32_t replaced_length,
                      JxFile *stream) noexcept {
     if (data == nullptr) {
-        return JX_ERR_PARAM1;
+        return JX_REFUSE(JX_ERR_PARAM1, "data");
     }
     if (length == 0) {
         return JX_ERR_PARAM2;
@@ -182,7 +182,7 @@ int32_t modify_bytes(const void *data, uint32_t length, uint32_t offset, uint32_
         return JX_ERR_PARAM4;
     }
     if (!usable(stream)) {
-        return JX_ERR_PARAM5;
+        return JX_REFUSE(JX_ERR_PARAM5, "stream");
     }
     return run_edit(stream, {data, length, offset, replaced_length}, modify_body);
 }

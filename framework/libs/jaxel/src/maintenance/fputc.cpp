@@ -71,7 +71,7 @@ int32_t put_alone(JxFile *stream, char byte, uint64_t &position) noexcept {
 // The byte is on storage when the call returns, through one redo record.
 int32_t put_char(int c, JxFile *stream) noexcept {
     if (stream == nullptr || stream->fd == nullptr) {
-        return JX_ERR_PARAM2;
+        return JX_REFUSE(JX_ERR_PARAM2, "stream");
     }
     const FileOperationLock lock(stream->file_no);
     (void)recover_pending(stream->file_path);

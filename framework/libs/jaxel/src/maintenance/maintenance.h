@@ -12,7 +12,9 @@ namespace jx {
 // Opens handle->file_path with `mode` and applies the privilege of
 // handle->item (which must be set) to it again. 0 with handle->fd and
 // handle->file_no set, or JX_ERR_STATE with the stream closed and fd null.
-int32_t jx_open_with_privilege(JxFile *handle, const char *mode) noexcept;
+// Opens `open_path` (by default the handle's file_path) for the handle.
+int32_t jx_open_with_privilege(JxFile *handle, const char *mode,
+                               const char *open_path = nullptr) noexcept;
 
 int32_t clear_module_file(const char *short_name, const char *module_name) noexcept;
 int32_t clear_file(const char *short_name) noexcept;

@@ -18,8 +18,8 @@ int32_t fail_open(JxFile *handle, UniqueStream &stream, const char *what) noexce
 
 }  // namespace
 
-int32_t jx_open_with_privilege(JxFile *handle, const char *mode) noexcept {
-    UniqueStream stream(io().fopen(handle->file_path, mode));
+int32_t jx_open_with_privilege(JxFile *handle, const char *mode, const char *open_path) noexcept {
+    UniqueStream stream(io().fopen(open_path != nullptr ? open_path : handle->file_path, mode));
     handle->fd = stream.get();
     if (!stream) {
         const int e = errno;

@@ -51,7 +51,7 @@ void ram_check_update(int mode) noexcept {
 // backup is not.
 int32_t check_recovery_rambak(const char *path) noexcept {
     if (path == nullptr) {
-        return JX_ERR_PARAM1;
+        return JX_REFUSE(JX_ERR_PARAM1, "path");
     }
     const Path backup = make_path({path, kBackupSuffix});
     const Path backup_crc = side_file_of(backup.c_str());
@@ -71,7 +71,7 @@ int32_t check_recovery_rambak(const char *path) noexcept {
 
 int32_t recovery_flash_bak(const char *path) noexcept {
     if (path == nullptr) {
-        return JX_ERR_PARAM1;
+        return JX_REFUSE(JX_ERR_PARAM1, "path");
     }
     const GPtr<RegItem> record = lookup_or_log(path);
     if (!record) {

@@ -21,13 +21,18 @@ GKeyFile *load_checked(const char *path, const RegItem *record) noexcept {
 }  // namespace
 
 GKeyFile *open_key_file(const char *path, int fd, int hold) noexcept {
-    if (!has_prefix(path, kPramDir) || fd == -1) {
+    if (path == nullptr) {
+        return (void)JX_REFUSE(JX_ERR_PARAM1, "path"), nullptr;
+    }
+    if (!has_prefix(path, kPramDir) || climbs_out(path, kPramDir) || fd == -1) {
         return nullptr;
     }
     // The lookup takes the table lock itself, so it must come before fd is
     // locked: fd may be the table's own descriptor.
     const GPtr<RegItem> record(get_reg_inter_info(path));
-    lock_fd(fd);
+    if (!lock_fd(fd)) {
+        return nullptr;
+    }
     (void)recover_pending(path);
     GKeyFile *key = load_checked(path, record.get());
     if (hold == 0 || key == nullptr) {

@@ -65,7 +65,9 @@ void apply_registered_privilege(const RegItem *item) noexcept {
     set_privilege(item->src, item->privilege);
     const Path side = side_file_of(item->src);
     share_privilege(item->src, side.c_str());
-    (void)io().chmod(side.c_str(), S_IRUSR | S_IWUSR);
+    if (is_regular_file(side.c_str())) {
+        (void)io().chmod(side.c_str(), S_IRUSR | S_IWUSR);
+    }
     for (const char *path : {item->dst, item->bak, item->crc, item->bakcrc}) {
         if (path[0] != '\0') {
             share_privilege(item->src, path);

@@ -52,9 +52,9 @@ CopySet read_copies(const CopyPaths &paths) noexcept {
     CopySet copies;
     GErrorPtr ignored;
     (void)read_whole_file(paths.main, copies.main, ignored);
-    (void)read_whole_file(paths.main_crc, copies.main_crc, ignored);
+    (void)read_whole_file(paths.main_crc, copies.main_crc, ignored, kChecksumFileSize);
     (void)read_whole_file(paths.bak, copies.bak, ignored);
-    (void)read_whole_file(paths.bak_crc, copies.bak_crc, ignored);
+    (void)read_whole_file(paths.bak_crc, copies.bak_crc, ignored, kChecksumFileSize);
     return copies;
 }
 

@@ -18,7 +18,7 @@ int is_file_valid(const char *path, const char *checksum_path) noexcept {
     Content content;
     Content recorded;
     if (!read_whole_file_logged(path, content) ||
-        !read_whole_file_logged(checksum_path, recorded)) {
+        !read_whole_file_logged(checksum_path, recorded, kChecksumFileSize)) {
         return 0;
     }
     char digest[kSha256HexSize];

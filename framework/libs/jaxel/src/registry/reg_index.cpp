@@ -17,10 +17,12 @@ bool unchanged(const struct stat &a, const struct stat &b) {
            a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
 }
 
-// The file's bytes from `from` to its end, and its status when read.
+// The file's bytes from `from` to its end, and its status when read; only a
+// regular file is read, and a FIFO never blocks the open.
 bool read_from(const char *path, off_t from, std::string &text, struct stat &status) {
-    const UniqueFd fd(io().open(path, O_RDONLY | O_CLOEXEC, 0));
-    if (fd.get() < 0 || ::fstat(fd.get(), &status) != 0 || status.st_size < from) {
+    const UniqueFd fd(io().open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC, 0));
+    if (fd.get() < 0 || ::fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        status.st_size < from) {
         return false;
     }
     text.resize(static_cast<std::size_t>(status.st_size - from));

@@ -1,4 +1,5 @@
 // Answering from the table index, and the maps that make each answer one step.
+#include <algorithm>
 #include <cstring>
 
 #include "frame/frame.h"
@@ -42,6 +43,34 @@ uint64_t privilege_of(const std::optional<std::string> &raw) {
 }
 
 }  // namespace
+
+char group_letter(ProtectMode mode) noexcept {
+    for (const ModeLetter &entry : kModeLetters) {
+        if (entry.mode == mode) {
+            return entry.letter;
+        }
+    }
+    return '\0';
+}
+
+// A letter and decimal digits only; a number too long to hold counts as the
+// highest possible, so that no new group can follow it.
+void RegIndex::note_name(const std::string &name) {
+    const auto digit = [](char c) { return g_ascii_isdigit(c); };
+    if (name.size() < 2 || !std::all_of(name.begin() + 1, name.end(), digit)) {
+        return;
+    }
+    const uint64_t number =
+        name.size() > 19 ? UINT64_MAX : g_ascii_strtoull(name.c_str() + 1, nullptr, 10);
+    uint64_t &highest = highest_[name[0]];
+    highest = std::max(highest, number);
+}
+
+uint64_t RegIndex::next_number(char letter) const noexcept {
+    const auto found = highest_.find(letter);
+    const uint64_t highest = found == highest_.end() ? 0 : found->second;
+    return highest == UINT64_MAX ? highest : std::max<uint64_t>(groups_.size(), highest) + 1;
+}
 
 void RegIndex::note(std::size_t group, std::size_t key) {
     const std::string &value = *groups_[group].values[key];

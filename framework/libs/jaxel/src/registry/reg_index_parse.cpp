@@ -66,6 +66,7 @@ void RegIndex::clear() noexcept {
     first_by_src_.clear();
     srcs_.clear();
     dsts_.clear();
+    highest_.clear();
     valid_ = plain_ = maps_stale_ = false;
 }
 
@@ -102,6 +103,7 @@ void RegIndex::add_line(std::string_view line) {
         const auto [entry, added] = by_name_.try_emplace(name, groups_.size());
         if (added) {
             groups_.push_back(RegGroup{name, {}});
+            note_name(name);
         }
         current_ = entry->second;
     } else if (kind == Line::kKey) {
@@ -119,6 +121,7 @@ void RegIndex::add_key_file(GKeyFile *table) {
     const StrvPtr groups(g_key_file_get_groups(table, nullptr));
     for (gchar **group = groups.get(); *group != nullptr; ++group) {
         RegGroup entry{*group, {}};
+        note_name(entry.name);
         for (std::size_t k = 0; k < std::size(kKeys); ++k) {
             const GPtr<gchar> value(k == kPrivilegeKey
                                         ? g_key_file_get_value(table, *group, kKeys[k], nullptr)

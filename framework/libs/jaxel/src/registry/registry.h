@@ -34,6 +34,9 @@ struct RegItem {
     const char *callback_method;  // borrowed; set only by item registration
 };
 
+// The group letter of a protect mode ('\0' for none).
+char group_letter(ProtectMode mode) noexcept;
+
 // Loads any key file; null (after logging why) when it cannot be loaded.
 GKeyFile *jx_load_key_file(const char *path) noexcept;
 
@@ -68,6 +71,10 @@ public:
     const std::vector<RegGroup> &groups() const noexcept { return groups_; }
     // The record a lookup would give for each listed file, in table order.
     std::vector<RegItem> items() const;
+    // The number for a new group of `letter`: one above the group count, and
+    // above every number a group of that letter has, so that a table with gaps
+    // or hand-made groups never gets a second group of an existing name.
+    uint64_t next_number(char letter) const noexcept;
 
 private:
     bool load_whole(const char *path) noexcept;
@@ -78,6 +85,7 @@ private:
     void clear() noexcept;
     void set_value(std::size_t key, std::string_view value);
     void note(std::size_t group, std::size_t key);
+    void note_name(const std::string &name);
     bool settle() noexcept;
 
     std::vector<RegGroup> groups_;
@@ -88,6 +96,7 @@ private:
     std::unordered_map<std::string, std::size_t> first_by_src_;  // valid letters only
     std::unordered_set<std::string> srcs_;
     std::unordered_set<std::string> dsts_;
+    std::unordered_map<char, uint64_t> highest_;  // by group letter
     bool maps_stale_ = false;
     struct stat stamp_ {};
     bool valid_ = false;

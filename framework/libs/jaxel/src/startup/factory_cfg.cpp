@@ -58,8 +58,13 @@ GPtr<char> copy_command(const char *copy, const char *live) noexcept {
     return command;
 }
 
-// A file whose paths cannot be formed in full is left as it is.
+// A file whose paths cannot be formed in full is left as it is, and so is one
+// not named by an absolute path: it would be taken from the caller's directory.
 int32_t restore_file(const char *directory, const char *live) noexcept {
+    if (!valid_absolute_path(live)) {
+        JX_LOG("F entry %s skipped: not an absolute path.", base_name(live));
+        return JX_OK;
+    }
     // A call cut short on the live file is finished first, so it cannot land
     // on top of the restored copy later.
     (void)recover_pending(live);
@@ -87,7 +92,7 @@ int32_t restore_file(const char *directory, const char *live) noexcept {
 // copy ends the walk and nothing before it is undone.
 int32_t recover_factory_cfg(const char *directory) noexcept {
     if (directory == nullptr) {
-        return JX_ERR_PARAM1;
+        return JX_REFUSE(JX_ERR_PARAM1, "directory");
     }
     RegTableKeyFile table;
     if (!table) {

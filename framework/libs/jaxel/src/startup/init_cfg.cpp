@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <glib.h>
 
@@ -24,15 +25,26 @@ int32_t open_table_lock() noexcept {
         return JX_OK;
     }
     const mode_t mode = create_privilege(kTableModeCode);
-    set_reg_table_fd(io().open(kRegTablePath, O_RDWR | O_CREAT | O_CLOEXEC, mode));
+    // The table is the library's own: never a link, a second hard link, or a
+    // FIFO or device whose node would take the table's mode and group; both
+    // are set through the descriptor that was checked.
+    set_reg_table_fd(
+        io().open(kRegTablePath, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, mode));
+    struct stat st {};
+    if (reg_table_fd() >= 0 &&
+        (::fstat(reg_table_fd(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_nlink > 1)) {
+        (void)io().close(reg_table_fd());
+        set_reg_table_fd(-1);
+        errno = ENXIO;
+    }
     if (reg_table_fd() < 0) {
         const int e = errno;
         set_reg_table_fd(-1);
         JX_LOG("open (%s) failed: errno %d(%s).", kRegTableName, e, g_strerror(e));
         return JX_ERR_OPEN;
     }
-    (void)io().chmod(kRegTablePath, mode);
-    if (io().chown(kRegTablePath, static_cast<uid_t>(-1), kTableGroup) != 0) {
+    (void)io().fchmod(reg_table_fd(), mode);
+    if (io().fchown(reg_table_fd(), static_cast<uid_t>(-1), kTableGroup) != 0) {
         JX_LOG_ERRNO("chown on file", kRegTablePath);
     }
     return JX_OK;
@@ -96,15 +108,18 @@ int32_t act_on_load_flag() noexcept {
 
 int32_t init_cfg(const JxItemCfg *cfg, int32_t count, const char *module_name) noexcept {
     if (cfg == nullptr) {
-        return JX_ERR_PARAM1;
+        return JX_REFUSE(JX_ERR_PARAM1, "cfg");
     }
     if (count == 0) {
-        return JX_ERR_PARAM2;
+        return JX_REFUSE(JX_ERR_PARAM2, "count");
     }
     if (module_name == nullptr) {
-        return JX_ERR_PARAM3;
+        return JX_REFUSE(JX_ERR_PARAM3, "module_name");
     }
     int32_t rc = reboot_guard(true);
+    if (rc == JX_OK) {
+        rc = check_config(cfg, count, module_name);
+    }
     if (rc == JX_OK) {
         rc = open_table_lock();
     }

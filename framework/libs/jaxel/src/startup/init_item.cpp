@@ -1,6 +1,8 @@
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -51,15 +53,22 @@ void set_field(char (&field)[kPathMax], const char *value) noexcept {
 }
 
 // The module's own durable path when it gave one (resolved where it can be),
-// otherwise the save-area path.
-void set_chosen_or_default(char (&field)[kPathMax], const char *chosen,
+// otherwise the save-area path. A resolved path too long for the record is
+// refused, never cut.
+bool set_chosen_or_default(char (&field)[kPathMax], const char *chosen,
                            const Path &fallback) noexcept {
     if (chosen == nullptr || chosen[0] == '\0') {
         set_field(field, fallback.c_str());
-        return;
+        return true;
     }
     char resolved[kResolvedPathSize];
-    set_field(field, ::realpath(chosen, resolved) != nullptr ? resolved : chosen);
+    const char *taken = ::realpath(chosen, resolved) != nullptr ? resolved : chosen;
+    if (!fits(sizeof field, {taken}) || !valid_table_text(taken)) {
+        JX_LOG("%s refused: its resolved path does not fit the table.", base_name(chosen));
+        return false;
+    }
+    set_field(field, taken);
+    return true;
 }
 
 // _create_reg_item_info: the paths of the file's copies by protect mode.
@@ -75,12 +84,16 @@ int32_t create_reg_item_info(const JxItemCfg &element, const char *module_name,
         break;
     case JX_PROTECT_C:
         set_field(record.src, t0.c_str());
-        set_chosen_or_default(record.dst, element.path, t1);
+        if (!set_chosen_or_default(record.dst, element.path, t1)) {
+            return JX_ERR_PARAM1;
+        }
         break;
     case JX_PROTECT_E:
     case JX_PROTECT_S:
         set_field(record.src, t0.c_str());
-        set_chosen_or_default(record.dst, element.path, t1);
+        if (!set_chosen_or_default(record.dst, element.path, t1)) {
+            return JX_ERR_PARAM1;
+        }
         set_field(record.bak, make_path({t1.c_str(), kBackupSuffix}).c_str());
         set_field(record.crc, make_path({t1.c_str(), kChecksumSuffix}).c_str());
         set_field(record.bakcrc, make_path({t1.c_str(), kBackupSuffix, kChecksumSuffix}).c_str());
@@ -108,6 +121,17 @@ int32_t create_reg_item_info(const JxItemCfg &element, const char *module_name,
     return JX_OK;
 }
 
+// Whether the table's last line was cut: the new group then needs a line break
+// first, so that it never continues that line.
+bool ends_mid_line(const struct stat &st) noexcept {
+    if (st.st_size == 0) {
+        return false;
+    }
+    const UniqueFd fd(::open(kRegTablePath, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    char last = '\n';
+    return fd.get() >= 0 && ::pread(fd.get(), &last, 1, st.st_size - 1) == 1 && last != '\n';
+}
+
 // Appends under the table lock that start-up holds, through a redo record: a
 // group lost or torn by a power cut would leave a working file that nothing
 // protects, or a table that no longer parses.
@@ -118,7 +142,9 @@ int32_t append_group(const RegItem &record, int number) noexcept {
         JX_LOG("g_fopen %s failed.", kRegTableName);
         return JX_ERR_OPEN;
     }
-    const GPtr<gchar> text(reg_group_text(record, number));
+    const GPtr<gchar> group(reg_group_text(record, number));
+    const GPtr<gchar> text(
+        g_strconcat(!missing && ends_mid_line(st) ? "\n" : "", group.get(), nullptr));
     const std::size_t length = std::strlen(text.get());
     const uint64_t end = missing ? 0 : static_cast<uint64_t>(st.st_size);
     Transaction transaction;
@@ -139,18 +165,21 @@ int32_t append_group(const RegItem &record, int number) noexcept {
 // copy.
 int32_t fsync_register_inter(const RegItem &record) noexcept {
     bool listed = false;
-    std::size_t count = 0;
+    uint64_t number = 0;
     const bool loaded = with_table_index([&](const RegIndex &index) {
         listed = index.lists(record.src, record.dst);
-        count = index.group_count();
+        number = index.next_number(group_letter(record.protect_mode));
     });
     int32_t rc = JX_ERR_OPEN;
     if (!loaded) {
         JX_LOG("open_key_file(%s) failed.", kRegTableName);
     } else if (listed) {
         return JX_OK;
+    } else if (number > INT32_MAX) {
+        JX_LOG("%s: no group number left.", kRegTableName);
+        rc = JX_ERR_WRITE;
     } else {
-        rc = append_group(record, static_cast<int>(count) + 1);
+        rc = append_group(record, static_cast<int>(number));
     }
     if (rc != JX_OK) {
         JX_LOG("jx_fsync_register_inter failed: ret %d.", rc);
@@ -205,13 +234,15 @@ int32_t jx_init_item(const JxItemCfg *element, const char *module_name) noexcept
         return JX_ERR_PARAM1;
     }
     RegItem record{};
-    if (element->protect_mode == JX_PROTECT_C || element->protect_mode == JX_PROTECT_F) {
-        remove_stale_companions(*element, module_name);
-    }
     if (element->protect_mode > JX_PROTECT_F) {
         return JX_ERR_PROTECT_MODE;
     }
+    // Paths are derived before anything is removed: a refused path removes nothing.
     int32_t rc = create_reg_item_info(*element, module_name, record);
+    if (rc == JX_OK &&
+        (element->protect_mode == JX_PROTECT_C || element->protect_mode == JX_PROTECT_F)) {
+        remove_stale_companions(*element, module_name);
+    }
     if (rc == JX_OK) {
         rc = fsync_register_inter(record);
     }

@@ -20,6 +20,10 @@ int32_t init_cfg(const JxItemCfg *cfg, int32_t count, const char *module_name) n
 int32_t factory_load_req(uint32_t request) noexcept;
 int32_t recover_factory_cfg(const char *directory) noexcept;
 
+// 0 when the module name and every element may be registered; otherwise the
+// code of the refused argument (3 for the name, 1 for the array), logged.
+int32_t check_config(const JxItemCfg *cfg, int32_t count, const char *module_name) noexcept;
+
 // Registers one configuration element for the module: paths by protect mode,
 // the table group (appended unless the file is listed), the list item, and the
 // repair of the working copy. 0 or an error code.

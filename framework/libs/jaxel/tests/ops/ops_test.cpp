@@ -2,6 +2,7 @@
 // argument-position codes, waiting for another process's lock and reboot
 // refusal, and failures at each durable step.
 #include <cerrno>
+#include <climits>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -80,29 +81,44 @@ TEST_F(OpsTest, ArgumentCodesLockWaitsRebootRefusalAndFailedSteps) {
     JxFile closed{};  // a handle whose stream is null
     std::unique_ptr<GKeyFile, void (*)(GKeyFile *)> key{g_key_file_new(), g_key_file_free};
     JxFile *h = data.get();
+    const std::string kInvalid = "input para invalid: ";
     const std::tuple<Op, int32_t, std::vector<std::string>> rows[] = {
-        {CALL(jx_set_module_name(nullptr)), JX_ERR_PARAM1, {}},
-        {CALL(jx_init(&extra, 0)), JX_ERR_PARAM2, {"jx_init_cfg failed: ret -3999999."}},
+        {CALL(jx_set_module_name(nullptr)), JX_ERR_PARAM1, {"input para invalid: name."}},
+        {CALL(jx_init(&extra, 0)),
+         JX_ERR_PARAM2,
+         {"input para invalid: count.", "jx_init_cfg failed: ret -3999999."}},
         {CALL(jx_init_cfg(std::vector{item_cfg(nullptr, 1)}.data(), 1, "m")),
          JX_ERR_PARAM1,
-         {"jx_init_item (m (null)) failed: ret -4000000."}},
+         {"input para invalid: cfg[0].short_name."}},
         {CALL(jx_fwrite(nullptr, 1, 1, h)), JX_ERR_PARAM1, {"invalid input para: ptr is NULL."}},
         {CALL(jx_fwrite("x", 1, 1, &closed)), JX_ERR_PARAM4, {kNullStream}},
         {CALL(jx_sync_privilege(kLog.c_str(), "")), JX_ERR_PARAM2, {}},
-        {CALL(jx_clear_module_file("d", nullptr)), JX_ERR_PARAM2, {}},
-        {CALL(jx_clear_file(nullptr)), JX_ERR_PARAM1, {}},
-        {CALL(jx_clear_log_file(nullptr)), JX_ERR_PARAM1, {}},
-        {CALL(jx_fputc('x', &closed)), JX_ERR_PARAM2, {}},
-        {CALL(jx_insert(nullptr, 1, 0, h)), JX_ERR_PARAM1, {}},
-        {CALL(jx_insert("x", 0, 0, nullptr)), JX_ERR_PARAM4, {}},
-        {CALL(jx_delete(1, 0, &closed)), JX_ERR_PARAM3, {}},
-        {CALL(jx_modify(nullptr, 1, 0, 1, h)), JX_ERR_PARAM1, {}},
+        {CALL(jx_clear_module_file("d", nullptr)), JX_ERR_PARAM2, {kInvalid + "module_name."}},
+        {CALL(jx_clear_file(nullptr)), JX_ERR_PARAM1, {kInvalid + "short_name."}},
+        {CALL(jx_clear_log_file(nullptr)), JX_ERR_PARAM1, {kInvalid + "descriptor."}},
+        {CALL(jx_fputc('x', &closed)), JX_ERR_PARAM2, {kInvalid + "stream."}},
+        {CALL(jx_insert(nullptr, 1, 0, h)), JX_ERR_PARAM1, {kInvalid + "data."}},
+        {CALL(jx_insert("x", 0, 0, nullptr)), JX_ERR_PARAM4, {kInvalid + "stream."}},
+        {CALL(jx_delete(1, 0, &closed)), JX_ERR_PARAM3, {kInvalid + "stream."}},
+        {CALL(jx_modify(nullptr, 1, 0, 1, h)), JX_ERR_PARAM1, {kInvalid + "data."}},
         {CALL(jx_modify("x", 0, 0, 1, h)), JX_ERR_PARAM2, {}},
         {CALL(jx_modify("x", 1, 3, 1, h)), JX_ERR_PARAM3, {}},
         {CALL(jx_modify("x", 1, 0, 0, h)), JX_ERR_PARAM4, {}},
-        {CALL(jx_modify("x", 1, 0, 1, nullptr)), JX_ERR_PARAM5, {}},
-        {CALL(jx_set_content(kLog.c_str(), nullptr, 1)), JX_ERR_PARAM2, {}},
+        {CALL(jx_modify("x", 1, 0, 1, nullptr)), JX_ERR_PARAM5, {kInvalid + "stream."}},
+        {CALL(jx_set_content(kLog.c_str(), nullptr, 1)), JX_ERR_PARAM2, {kInvalid + "buf."}},
         {CALL(jx_writeback_key_file(key.get(), "/opt/ulx/save/k")), JX_ERR_PARAM2, {}},
+        {CALL(jx_writeback_key_file(key.get(), "/opt/ulx/pram/../k")),
+         JX_ERR_PARAM2,
+         {"k refused: the path leads out of /opt/ulx/pram/."}},
+        {CALL(jx_close_key_file(nullptr, 0, 0)), JX_ERR_PARAM1, {kInvalid + "key."}},
+        {CALL(jx_get_package_size("d", nullptr)), JX_ERR_PARAM2, {kInvalid + "size."}},
+        {CALL(jx_recover_factory_cfg(nullptr)), JX_ERR_PARAM1, {kInvalid + "directory."}},
+        {CALL(is_file_valid(kLog.c_str(), nullptr)), 0, {kInvalid + "checksum_path."}},
+        // A descriptor that is not open ends a lock wait at once (the alarm catches a hang).
+        {CALL(in_child([] { return alarm(20), jx_file_lock(INT_MAX), 7; })), 7, {}},
+        {CALL(in_child([] { return alarm(20), !jx_open_key_file("/opt/ulx/pram/k", INT_MAX, 0); })),
+         1,
+         {}},
         {CALL(jx_fopen_file(nullptr, "m", "r") != nullptr), 0, {"input para invalid: short_name."}},
         {CALL(jx_fopen_file("d", "m", nullptr) != nullptr), 0, {"input para invalid: mode."}},
         {CALL(jx_fopen_log_file(nullptr, "a") != nullptr), 0, {"input para invalid: jx_info."}},

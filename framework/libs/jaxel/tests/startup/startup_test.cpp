@@ -117,23 +117,26 @@ TEST_F(SandboxTest, LoadFlagAndRestoreFromTheRecoveryPoint) {
 }
 
 // Only F files: copied back from the directory, or removed when it has no
-// copy; names with blanks, quotes and ; stay whole; the first failed copy ends
-// the walk.
+// copy; names with blanks, quotes and ; stay whole; an entry that is not an
+// absolute path is skipped; the first failed copy ends the walk.
 TEST_F(SandboxTest, FactoryRestoreOfFFiles) {
     EXPECT_EQ(jx_recover_factory_cfg("/"), JX_ERR_KEY_FILE);
     ASSERT_EQ(chdir("/opt/ulx/pram") + mkdir("/opt/ulx/f 'x", 0755) + mkdir("sub", 0755), 0);
     const std::string d = "/opt/ulx/f 'x/", q = "a b;touch x", dq = "it's $(touch y)";
     make({{d + q, "1"}, {d + dq, "2"}, {d + "app_c", "3"}, {d + "a", "4"}, {dq, "live"}});
-    const std::string n(255, 'n');  // no room for its copy's path: left alone
-    make({{"gone", "live"}, {"app_c", "live"}, {"b", "live"}, {n, "live"}});
-    const std::vector<std::string> files = {q, dq, "sub/" + q, "gone", "absent", n, "no/a", "b"};
+    make({{"gone", "live"}, {"app_c", "live"}, {"b", "live"}, {"old", "live"}});
+    const std::string at = "/opt/ulx/pram/";
+    const std::vector<std::string> files = {at + q,        at + dq,     at + "sub/" + q, at + "old",
+                                            at + "absent", at + "no/a", at + "b"};
     std::vector<JxItemCfg> cfg = {item_cfg("c", JX_PROTECT_C)};
     for (const std::string &f : files)
         cfg.push_back(item_cfg(f.c_str(), JX_PROTECT_F));
     ASSERT_EQ(register_items("app", std::vector(cfg.begin(), cfg.end() - 2)), 0);
+    // A group naming its file relatively (hand-made) is never taken from the caller's directory.
+    write_file(at + "fsync_reg.ini", read_file(at + "fsync_reg.ini") + "[F99]\nsrc=gone\n");
     EXPECT_EQ(jx_recover_factory_cfg("/opt/ulx/f 'x"), 0);
-    EXPECT_EQ(state({q, dq, "sub/" + q, "gone", "absent", "app_c", n, "x", "y"}),
-              "1 2 1 - - live live - - ");
+    EXPECT_EQ(state({q, dq, "sub/" + q, "old", "gone", "absent", "app_c", "x", "y"}),
+              "1 2 1 - live - live - - ");
     ASSERT_EQ(register_items("app", cfg), 0);
     LogCapture log;
     EXPECT_EQ(jx_recover_factory_cfg("/opt/ulx/f 'x"), JX_ERR_COPY);

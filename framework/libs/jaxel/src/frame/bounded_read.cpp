@@ -1,0 +1,113 @@
+#include "frame/bounded_read.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "frame/locations.h"
+#include "frame/name_check.h"
+#include "frame/path.h"
+#include "frame/raii.h"
+
+namespace jx {
+namespace {
+
+// Takes the message; false, for the callers' return.
+bool fail(GError **error, int code, gchar *message) {
+    g_set_error_literal(error, G_FILE_ERROR, code, message);
+    g_free(message);
+    return false;
+}
+
+GPtr<gchar> shown(const char *path) { return GPtr<gchar>(g_filename_display_name(path)); }
+
+// Reads until `want` bytes are in or the file ends early.
+bool read_upto(int fd, gchar *buf, std::size_t want, std::size_t &got) {
+    got = 0;
+    while (got < want) {
+        const ssize_t n = ::read(fd, buf + got, want - got);
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            return n == 0;
+        }
+        got += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+}  // namespace
+
+bool is_regular_file(const char *path) noexcept {
+    struct stat st {};
+    return ::lstat(path, &st) == 0 && S_ISREG(st.st_mode);
+}
+
+bool is_odd_node(const char *path) noexcept {
+    struct stat st {};
+    return ::lstat(path, &st) == 0 && (!S_ISREG(st.st_mode) || st.st_nlink > 1);
+}
+
+int open_regular(const char *path, GError **error) noexcept {
+    if (leads_outside(path)) {
+        return fail(error, G_FILE_ERROR_PERM,
+                    g_strdup_printf("“%s” leads out of %s", shown(path).get(), kUlxDir)),
+               -1;
+    }
+    UniqueFd fd(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat st {};
+    if (!fd || ::fstat(fd.get(), &st) != 0) {
+        return -1;
+    }
+    if (!S_ISREG(st.st_mode) || st.st_nlink > 1) {
+        return fail(error, G_FILE_ERROR_FAILED,
+                    g_strdup_printf("“%s” is not a regular file of one link", shown(path).get())),
+               -1;
+    }
+    return fd.release();
+}
+
+bool read_regular_fd(int fd, const char *path, std::size_t limit, gchar **data, std::size_t *len,
+                     GError **error) noexcept {
+    struct stat st {};
+    if (::fstat(fd, &st) != 0) {
+        st.st_size = 0;
+    }
+    const std::size_t want = std::min(static_cast<std::size_t>(st.st_size), limit);
+    GPtr<gchar> buf(static_cast<gchar *>(g_try_malloc(want + 1)));
+    if (!buf) {
+        return fail(error, G_FILE_ERROR_NOMEM,
+                    g_strdup_printf("Could not allocate memory for “%s”", shown(path).get()));
+    }
+    std::size_t got = 0;
+    if (!read_upto(fd, buf.get(), want, got)) {
+        const int e = errno;
+        return fail(
+            error, g_file_error_from_errno(e),
+            g_strdup_printf("Error reading file “%s”: %s", shown(path).get(), g_strerror(e)));
+    }
+    buf.get()[got] = '\0';
+    *len = got;
+    *data = buf.release();
+    return true;
+}
+
+bool read_regular_file(const char *path, std::size_t limit, gchar **data, std::size_t *len,
+                       GError **error) noexcept {
+    GError *refused = nullptr;
+    const UniqueFd fd(open_regular(path, &refused));
+    if (!fd) {
+        const int e = errno;
+        return refused != nullptr ? (g_propagate_error(error, refused), false)
+                                  : fail(error, g_file_error_from_errno(e),
+                                         g_strdup_printf("Failed to open file “%s”: %s",
+                                                         shown(path).get(), g_strerror(e)));
+    }
+    return read_regular_fd(fd.get(), path, limit, data, len, error);
+}
+
+}  // namespace jx

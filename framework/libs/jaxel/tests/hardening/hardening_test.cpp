@@ -1,0 +1,133 @@
+#include <functional>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "support/builders.h"
+#include "support/log_capture.h"
+#include "support/oracle.h"
+#include "support/sandbox.h"
+
+namespace {
+
+using namespace jx::test;
+
+const std::string kP = "/opt/ulx/pram/", kTable = kP + "fsync_reg.ini";
+
+// Hostile names and paths are refused whole, with a log line that names no
+// "(null)": no group, no file outside its tier, not even for earlier elements.
+TEST_F(SandboxTest, HostileNamesAndLengthsAreRefusedBeforeAnythingIsCreated) {
+    const std::string long_name(240, 'n');
+    ASSERT_EQ(register_items("app", {item_cfg("seed", JX_PROTECT_C)}), 0);
+    const std::tuple<const char *, const char *, int, const char *, int> rows[] = {
+        {"app", "a\nb", JX_PROTECT_E, "", JX_ERR_PARAM1},
+        {"app", "../../x", JX_PROTECT_E, "", JX_ERR_PARAM1},
+        {"app", "..", JX_PROTECT_C, "", JX_ERR_PARAM1},
+        {"app", "a\\tb", JX_PROTECT_E, "", JX_ERR_PARAM1},
+        {"app", "\xff", JX_PROTECT_E, "", JX_ERR_PARAM1},
+        {"app", long_name.c_str(), JX_PROTECT_E, "", JX_ERR_PARAM1},
+        {"x/..", "n", JX_PROTECT_E, "", JX_ERR_PARAM3},
+        {"app", "x", JX_PROTECT_F, "", JX_ERR_PARAM1},
+        {"app", "/opt/ulx/../x", JX_PROTECT_F, "", JX_ERR_PARAM1},
+        {"app", "n", JX_PROTECT_P, "/opt/ulx/pflash/../x", JX_ERR_PARAM1},
+        {"app", "n", JX_PROTECT_E, "/opt/a\nb", JX_ERR_PARAM1},
+        {"app", "n", JX_PROTECT_E, "", 0}};
+    for (auto [module, name, mode, path, code] : rows) {
+        const std::string before = read_file(kTable);
+        LogCapture log;
+        const JxItemCfg cfg[] = {item_cfg("ok", JX_PROTECT_C), item_cfg(name, mode, 0, path)};
+        EXPECT_EQ(jx_init_cfg(cfg, 2, module), code) << name;
+        EXPECT_EQ(read_file(kTable) == before, code != 0) << name;
+        const std::string lines = testing::PrintToString(log.messages());
+        EXPECT_EQ(code == 0, lines == "{}" || lines.find("(null)") != std::string::npos) << name;
+        EXPECT_FALSE(exists("/opt/x") || exists("/opt/ulx/x")) << name;
+    }
+    jx_set_module_name("app");
+    const Handle handle = open_handle("n", "w+");
+    EXPECT_EQ(jx_fwrite("t", 1u << 16, 1u << 16, handle.get()), JX_ERR_PARAM3);
+    EXPECT_EQ(jx_fwrite("t", 1, UINT32_MAX, handle.get()), JX_ERR_PARAM3);
+    EXPECT_EQ(jx_clear_module_file("n", "/"), JX_ERR_PARAM2);
+}
+
+// A new group starts on a line of its own and never takes an existing name.
+TEST_F(SandboxTest, NewGroupsStartOnTheirOwnLineWithAFreshNumber) {
+    const std::tuple<std::string, const char *, int, int, std::string> rows[] = {
+        {"[S1]\nsrc=/a\n[R2]\nsrc=/b\n", "n1", JX_PROTECT_E, 0, "[E3]\n"},
+        {"[E1]\nsrc=/a\nprivilege=1", "n2", JX_PROTECT_C, 0, "\n[C2]\n"},
+        {"[E1]\nsrc=/a\n[E5]\nsrc=/b\n", "n3", JX_PROTECT_E, 0, "[E6]\n"},
+        {"[C2]\nsrc=/a\n", "n4", JX_PROTECT_C, 0, "[C3]\n"},
+        {"[C99999999999999999999]\nsrc=/a\n", "n5", JX_PROTECT_C, JX_ERR_WRITE, ""}};
+    for (const auto &[table, name, mode, code, appended] : rows) {
+        write_file(kTable, table);
+        EXPECT_EQ(register_items("app", {item_cfg(name, mode)}), code) << name;
+        EXPECT_EQ(read_file(kTable).substr(0, table.size() + appended.size()), table + appended);
+    }
+}
+
+// A FIFO or device where a file belongs is answered in bounded time (the alarm
+// turns a hang into a failure) and its node keeps its mode.
+TEST_F(SandboxTest, FifosAndDevicesWhereFilesBelongNeverHangAndKeepTheirMode) {
+    write_file(kP + "ok", "x");
+    write_file(kP + "ok.sha256", side_file_text("x"));
+    write_file(kP + "f", "x");
+    const auto valid = [](const char *file, const char *side) {
+        return is_file_valid((kP + file).c_str(), (kP + side).c_str());
+    };
+    const auto reg = [](const char *name) { return register_items("app", {item_cfg(name, 2)}); };
+    // The node is made a FIFO, or with "->" a link to /dev/zero.
+    const std::tuple<std::string, std::function<int()>, int> rows[] = {
+        {"", [&] { return valid("ok", "ok.sha256"); }, 1},
+        {kP + "f.sha256", [] { return is_ram_file_valid((kP + "f").c_str()); }, 0},
+        {kP + "g", [&] { return valid("g", "ok.sha256"); }, 0},
+        {"->" + kP + "ok2.sha256", [&] { return valid("ok", "ok2.sha256"); }, 0},
+        {kP + "app_w", [&] { return reg("w"); }, JX_ERR_OPEN},
+        {"/opt/ulx/save/app_d.sha256", [&] { return reg("d"); }, 0},
+        {kTable, [&] { return reg("t"); }, JX_ERR_OPEN}};
+    for (const auto &[node, call, expected] : rows) {
+        const bool link = node.rfind("->", 0) == 0;
+        unlink(node.c_str());  // the table exists once a row registered
+        ASSERT_EQ(node.empty() ? 0
+                  : link       ? symlink("/dev/zero", node.c_str() + 2)
+                               : mkfifo(node.c_str(), 0600),
+                  0);
+        EXPECT_EQ(in_child([&] { return alarm(20), call() == expected ? 0 : 1; }), 0) << node;
+        EXPECT_TRUE(node.empty() || link || (stat_of(node).st_mode & 07777) == 0600) << node;
+    }
+}
+
+// A working copy linked inside /opt/ulx/ is used through its link; one linked
+// out of it, or hard-linked, is never opened, written or cleared. A log file
+// is written through its link and keeps the path it was given.
+TEST_F(SandboxTest, LinksInsideAreFollowedLinksOutAndHardLinksAreRefused) {
+    ASSERT_EQ(register_items("app", {item_cfg("a", 1), item_cfg("o", 1), item_cfg("h", 1),
+                                     item_cfg("k", 1, 1)}),
+              0);
+    const std::string real = kP + "real", out = "/opt/out", log_path = "/opt/ulx/save/l";
+    write_file(out, "outside");
+    write_file(real, "");
+    write_file(log_path + ".real", "");
+    const mode_t mode = stat_of(out).st_mode;
+    const std::tuple<const char *, bool, std::string, std::string> rows[] = {
+        {"a", false, real, real}, {"o", false, out, ""}, {"h", true, out, ""}};
+    for (const auto &[name, hard, target, opened] : rows) {
+        const std::string at = kP + "app_" + name;
+        ASSERT_EQ((unlink(at.c_str()), (hard ? link : symlink)(target.c_str(), at.c_str())), 0);
+        const Handle handle = open_handle(name, "a+");
+        EXPECT_EQ(handle ? std::string(handle->file_path) : "", opened) << name;
+        EXPECT_EQ(handle ? write_text(handle.get(), "new") : 3, 3) << name;
+        EXPECT_EQ(jx_clear_module_file(name, "app"), opened.empty() ? JX_ERR_OPEN : 0) << name;
+    }
+    const Handle sized = open_handle("k", "a");  // its package is a link out: never packed
+    ASSERT_EQ(symlink(out.c_str(), (kP + "app_k.tar.gz").c_str()), 0);
+    EXPECT_EQ(write_text(sized.get(), "12") + write_text(sized.get(), "3"), 2);
+    EXPECT_EQ(read_file(out) + read_file(real), "outside");
+    EXPECT_EQ(stat_of(out).st_mode, mode);
+    JxItemCfg cfg = item_cfg("l", JX_PROTECT_C, 0, log_path.c_str());
+    JxFile *log = (symlink((log_path + ".real").c_str(), cfg.path), jx_fopen_log_file(&cfg, "a"));
+    ASSERT_NE(log, nullptr);
+    EXPECT_EQ(std::string(log->file_path) + std::to_string(jx_fwrite_log("x", 1, 1, log)),
+              log_path + "1");
+    jx_fclose_log_file(log);
+    EXPECT_EQ(read_file(log_path + ".real"), "x");
+}
+
+}  // namespace
