@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "journal/record.h"
@@ -7,7 +8,7 @@
 namespace jx::redo {
 namespace {
 
-constexpr int kTargetFlags = O_WRONLY | O_CLOEXEC | O_NOFOLLOW;
+constexpr int kTargetFlags = O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
 // Created targets get the mode a plain fopen would give them.
 constexpr mode_t kCreateMode = 0666;
 
@@ -35,6 +36,11 @@ int apply_write(const Entry &entry, const uint8_t *data) noexcept {
     if (!fd && errno == ENOENT && entry.may_create != 0) {
         fd.reset(io().open(entry.path, kTargetFlags | O_CREAT, kCreateMode));
         created = true;
+    }
+    struct stat st;
+    if (fd && (::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_nlink > 1)) {
+        errno = EPERM;
+        return -1;
     }
     if (!fd || !write_all(fd.get(), data, entry.length, entry.offset) ||
         io().ftruncate(fd.get(), static_cast<off_t>(entry.final_size)) != 0 ||

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "frame/bounded_read.h"
 #include "journal/record.h"
 
 namespace jx {
@@ -41,6 +42,18 @@ UniqueFd open_empty_record(const char *record) noexcept {
     }
 }
 
+// A link, FIFO, device or second hard link where a target belongs would carry
+// the write to a file the library does not own.
+bool targets_are_plain(const Transaction::Entry *entries, std::size_t count) noexcept {
+    for (std::size_t i = 0; i < count; ++i) {
+        if (entries[i].is_write && is_odd_node(entries[i].path)) {
+            errno = EPERM;
+            return false;
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 void Transaction::write(const char *path, const void *data, std::size_t len, bool may_create,
@@ -72,6 +85,9 @@ void Transaction::remove(const char *path) noexcept {
 int Transaction::commit() noexcept {
     if (overflow_ || count_ == 0) {
         errno = EINVAL;
+        return -1;
+    }
+    if (!targets_are_plain(entries_, count_)) {
         return -1;
     }
     std::size_t len = 0;
