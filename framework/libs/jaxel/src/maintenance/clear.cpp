@@ -1,8 +1,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <sys/stat.h>
 #include <cstring>
+#include <sys/stat.h>
 
 #include "frame/frame.h"
 #include "journal/journal.h"
