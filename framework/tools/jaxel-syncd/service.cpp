@@ -35,13 +35,16 @@ Service::Service(const Settings &settings)
 }
 
 // A restart keeps what operators read in the state file: the last sync of each
-// file and the bytes written so far.
+// file, the bytes written so far and the budget, so restarting never refills it.
 void Service::seed_from_state_file() {
     SyncdState state;
     if (!read_syncd_state(state)) {
         return;
     }
     bytes_written_ = state.bytes_written;
+    const int64_t now = g_get_monotonic_time();
+    const int64_t idle_us = g_get_real_time() - state.updated * 1000000;
+    budget_.restore(state.tokens, now - std::max<int64_t>(0, idle_us), now);
     for (const SyncdFile &file : state.files) {
         if (file.last_sync > 0) {
             last_sync_[file.path] = file.last_sync;

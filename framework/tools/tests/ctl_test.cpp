@@ -16,6 +16,7 @@ enum Damage {
     kNone,
     kWorking,
     kNoWorking,
+    kNoCopies,
     kDurableCopy,
     kNoDurable,
     kAhead,
@@ -24,9 +25,7 @@ enum Damage {
     kJunk,
     kDup,
     kDir,
-    kRebootDir,
-    kCFile,     // a C file "c" written after the first sync
-    kUnwritten  // an E file "n" registered, never written
+    kCFile  // a C file "c" written after the first sync
 };
 
 struct Row {
@@ -54,14 +53,12 @@ const Row kRows[] = {
     {kNoWorking, {"sync"}, 4, "durable=ok backup=ok in_step=no action=needs-repair", 0, 0},
     {kNoDurable, {"repair", "-n"}, 4, "in_step=no action=needs-sync", nullptr, nullptr},
     {kCFile, {"verify"}, 0, "C working=ok durable=missing backup=none in_step=no", 0, 0},
-    {kCFile, {"repair", "-n"}, 0, "md_c C working=ok durable=missing", nullptr, nullptr},
     {kCFile, {"sync"}, 1, "C working=ok durable=ok backup=none in_step=yes", "alpha", "alpha"},
-    {kUnwritten, {"sync"}, 0, "E working=missing durable=missing backup=missing", 0, 0},
+    {kNoCopies, {"sync"}, 0, "working=missing durable=missing backup=missing", nullptr, nullptr},
     {kBusy, {"--wait=1", "status"}, 8, "working=busy", nullptr, nullptr},
     {kBusy, {"--wait=1", "sync"}, 8, "action=busy", nullptr, nullptr},
     {kReboot, {"repair"}, 8, "", nullptr, nullptr},
-    {kReboot, {"sync", "-n"}, 0, "action=none", nullptr, nullptr},
-    {kRebootDir, {"factory", "-n", "/opt/ulx/factory"}, 4, "would-restore", nullptr, nullptr},
+    {kReboot, {"factory", "-n", "/opt/ulx/factory"}, 4, "action=would-remove", nullptr, nullptr},
     {kDir, {"factory", "/opt/ulx/factory"}, 1, "f.conf F working=ok", "alpha", "alpha"},
     {kDir, {"factory", "-n", "/opt/ulx/factory"}, 4, "action=would-restore", nullptr, nullptr},
     {kNone, {"table", "--check"}, 0, "", nullptr, nullptr},
@@ -78,6 +75,7 @@ void damage(Damage what) {
     switch (what) {
     case kWorking: write_file(kWork, "junk"); break;
     case kNoWorking: unlink(kWork.c_str()); break;
+    case kNoCopies: damage(kNoDurable), damage(kNoWorking); break;
     case kDurableCopy: write_file(kDurable, "junk"); break;
     case kNoDurable: unlink(kDurable.c_str()), unlink((kDurable + ".bak").c_str()); break;
     case kAhead: write_through_library("a", "beta"); break;
@@ -85,12 +83,8 @@ void damage(Damage what) {
     case kReboot: write_file("/dev/shm/.Reboot.flag", ""); break;
     case kJunk: write_file(table, read_file(table) + "junk line\n"); break;
     case kDup: write_file(table, read_file(table) + "[E4]\nsrc=" + kWork + "\n"); break;
-    case kRebootDir: damage(kReboot), damage(kDir); break;
     case kDir: mkdir("/opt/ulx/factory", 0755), write_file("/opt/ulx/factory/f.conf", "f"); break;
     case kCFile: write_through_library("c", "gamma", JX_PROTECT_C); break;
-    case kUnwritten:
-        ASSERT_EQ(in_child([] { return register_items("md", {item_cfg("n", JX_PROTECT_E)}); }), 0);
-        break;
     case kNone: break;
     }
 }
