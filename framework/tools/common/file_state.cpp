@@ -61,10 +61,13 @@ FileState inspect(const RegItem &item) {
         state.backup = copy_state(item.bak, item.bakcrc);
     }
     state.in_step = state.working == CopyState::kOk && holds_working_copy(item);
+    state.durable_judged = item.protect_mode != JX_PROTECT_C;
     return state;
 }
 
-FileState busy_state() { return {CopyState::kBusy, CopyState::kBusy, CopyState::kBusy, false}; }
+FileState busy_state() {
+    return {CopyState::kBusy, CopyState::kBusy, CopyState::kBusy, false, true};
+}
 
 const char *state_name(CopyState state) {
     switch (state) {
@@ -78,7 +81,8 @@ const char *state_name(CopyState state) {
 }
 
 bool needs_attention(const FileState &state) {
-    for (const CopyState copy : {state.working, state.durable, state.backup}) {
+    const CopyState durable = state.durable_judged ? state.durable : CopyState::kNone;
+    for (const CopyState copy : {state.working, durable, state.backup}) {
         if (copy != CopyState::kOk && copy != CopyState::kNone) {
             return true;
         }

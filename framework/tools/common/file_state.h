@@ -13,6 +13,9 @@ struct FileState {
     CopyState durable = CopyState::kNone;
     CopyState backup = CopyState::kNone;
     bool in_step = false;  // every durable pair holds the working content
+    // A C file's durable copy only follows its working copy, which has no side
+    // file to verify it by: missing or behind, it is out of step, not damaged.
+    bool durable_judged = true;
 };
 
 // The caller holds the item's lock.

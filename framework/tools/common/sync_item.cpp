@@ -1,5 +1,7 @@
 #include "sync_item.h"
 
+#include <unistd.h>
+
 #include "exit_codes.h"
 
 #include "frame/frame.h"
@@ -10,19 +12,32 @@ namespace jx::tools {
 namespace {
 
 bool synced_mode(ProtectMode mode) {
-    return mode == JX_PROTECT_R || mode == JX_PROTECT_E || mode == JX_PROTECT_S ||
-           mode == JX_PROTECT_P;
+    return mode == JX_PROTECT_R || mode == JX_PROTECT_C || mode == JX_PROTECT_E ||
+           mode == JX_PROTECT_S || mode == JX_PROTECT_P;
 }
 
-// The working content and its digest, only when its side file records exactly it.
+bool exists(const char *path) { return path[0] != '\0' && ::access(path, F_OK) == 0; }
+
+// The working content and its digest, only when its side file records exactly
+// it. A C file keeps no side file, so its content is taken as it is.
 bool verified_working_copy(const RegItem &item, Content &content, char (&digest)[kSha256HexSize]) {
     Content side;
     GErrorPtr error;
+    if (!read_whole_file(item.src, content, error) ||
+        !sha256_hex(content.data.get(), content.len, digest)) {
+        return false;
+    }
+    if (item.protect_mode == JX_PROTECT_C) {
+        return true;
+    }
     const Path side_path = side_file_of(item.src);
-    return read_whole_file(item.src, content, error) &&
-           read_whole_file(side_path.c_str(), side, error) &&
-           sha256_hex(content.data.get(), content.len, digest) &&
+    return read_whole_file(side_path.c_str(), side, error) &&
            digest_exact_equal(digest, side.data.get());
+}
+
+// An absent working copy is only a problem when a durable copy could rebuild it.
+SyncResult absent_working_copy(const RegItem &item) {
+    return exists(item.dst) || exists(item.bak) ? SyncResult::kNeedsRepair : SyncResult::kMissing;
 }
 
 uint64_t counted(const char *path, uint64_t len) { return tier_of(path) == Tier::kPlain ? 0 : len; }
@@ -54,8 +69,8 @@ SyncOutcome sync_item(const RegItem &item, bool dry_run, const Admit &admit) {
     if (!synced_mode(item.protect_mode)) {
         return {SyncResult::kNotKept, 0};
     }
-    if (reboot_flag_set()) {
-        return {SyncResult::kRebooting, 0};
+    if (!exists(item.src)) {
+        return {absent_working_copy(item), 0};
     }
     Content content;
     char digest[kSha256HexSize];
@@ -69,6 +84,9 @@ SyncOutcome sync_item(const RegItem &item, bool dry_run, const Admit &admit) {
     }
     if (dry_run) {
         return {SyncResult::kWouldWrite, bytes};
+    }
+    if (reboot_flag_set()) {
+        return {SyncResult::kRebooting, 0};
     }
     if (admit && !admit(bytes)) {
         return {SyncResult::kThrottled, bytes};
@@ -85,6 +103,8 @@ const char *sync_result_name(SyncResult result) {
     case SyncResult::kWritten: return "synced";
     case SyncResult::kWouldWrite: return "would-sync";
     case SyncResult::kUnverified: return "unverified";
+    case SyncResult::kMissing: return "missing";
+    case SyncResult::kNeedsRepair: return "needs-repair";
     case SyncResult::kThrottled: return "throttled";
     case SyncResult::kFailed: return "failed";
     case SyncResult::kRebooting: return "rebooting";
@@ -98,10 +118,12 @@ int sync_exit_bits(SyncResult result) {
     case SyncResult::kWritten: return kExitFixed;
     case SyncResult::kWouldWrite:
     case SyncResult::kUnverified:
+    case SyncResult::kNeedsRepair:
     case SyncResult::kFailed:
     case SyncResult::kThrottled: return kExitProblems;
     case SyncResult::kRebooting: return kExitOperational;
     case SyncResult::kInStep:
+    case SyncResult::kMissing:
     case SyncResult::kNotKept: break;
     }
     return kExitClean;

@@ -12,12 +12,14 @@ namespace jx::tools {
 enum class SyncResult {
     kInStep,  // nothing to write
     kWritten,
-    kWouldWrite,  // dry run
-    kUnverified,  // the working copy is missing or fails its side file
-    kThrottled,   // the wear budget refused the bytes; try later
+    kWouldWrite,   // dry run
+    kUnverified,   // the working copy fails its side file
+    kMissing,      // the working copy was never written: nothing to propagate
+    kNeedsRepair,  // the working copy is gone but a durable copy could rebuild it
+    kThrottled,    // the wear budget refused the bytes; try later
     kFailed,
     kRebooting,
-    kNotKept,  // the protect mode keeps no copy to sync
+    kNotKept,  // the protect mode keeps no copy to sync (F)
 };
 
 struct SyncOutcome {

@@ -23,6 +23,12 @@ void WearBudget::reconfigure(uint64_t bytes_per_day, uint64_t burst, int64_t now
     tokens_ = std::min(tokens_, static_cast<double>(burst_));
 }
 
+void WearBudget::restore(double tokens, int64_t since_us, int64_t now_us) {
+    tokens_ = std::min(tokens, static_cast<double>(burst_));
+    stamp_us_ = std::min(since_us, now_us);
+    refill(now_us);
+}
+
 void WearBudget::refill(int64_t now_us) {
     const double rate = static_cast<double>(per_day_) / kMicrosPerDay;
     tokens_ = std::min(static_cast<double>(burst_),

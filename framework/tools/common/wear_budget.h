@@ -13,6 +13,8 @@ public:
     WearBudget(uint64_t bytes_per_day, uint64_t burst, int64_t now_us);
 
     void reconfigure(uint64_t bytes_per_day, uint64_t burst, int64_t now_us);
+    // Takes up the tokens a previous run left at since_us, refilled for the time between.
+    void restore(double tokens, int64_t since_us, int64_t now_us);
     bool take(uint64_t bytes, int64_t now_us);
     // Microseconds until take(bytes) can succeed.
     int64_t wait_us(uint64_t bytes, int64_t now_us);

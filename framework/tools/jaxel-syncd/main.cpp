@@ -48,9 +48,7 @@ bool parse(int &argc, char **&argv, Settings &s, bool &once) {
     once = once_flag != 0;
     s.config = config != nullptr ? config : "";
     g_free(config);
-    const bool sane = s.debounce_ms >= 0 && s.max_delay_ms >= s.debounce_ms && s.rescan_sec > 0 &&
-                      s.bytes_per_day >= 0 && s.burst > 0;
-    return parsed && argc == 1 && sane && apply_config_file(s);
+    return parsed && argc == 1 && load_settings(s);
 }
 
 gboolean on_term(gpointer data) {
@@ -64,7 +62,7 @@ gboolean on_term(gpointer data) {
 gboolean on_hup(gpointer data) {
     auto *daemon = static_cast<Daemon *>(data);
     Settings settings = daemon->settings;
-    if (apply_config_file(settings)) {
+    if (load_settings(settings)) {
         daemon->service->reconfigure(settings);
     }
     (void)daemon->service->reload();

@@ -30,7 +30,27 @@ Service::Service(const Settings &settings)
       budget_(static_cast<uint64_t>(settings.bytes_per_day), static_cast<uint64_t>(settings.burst),
               g_get_monotonic_time()),
       watcher_(std::make_unique<Watcher>(WatchHandler{
-          [this](const std::string &path) { changed(path); }, [this] { mark_all(); }})) {}
+          [this](const std::string &path) { changed(path); }, [this] { mark_all(); }})) {
+    seed_from_state_file();
+}
+
+// A restart keeps what operators read in the state file: the last sync of each
+// file, the bytes written so far and the budget, so restarting never refills it.
+void Service::seed_from_state_file() {
+    SyncdState state;
+    if (!read_syncd_state(state)) {
+        return;
+    }
+    bytes_written_ = state.bytes_written;
+    const int64_t now = g_get_monotonic_time();
+    const int64_t idle_us = g_get_real_time() - state.updated * 1000000;
+    budget_.restore(state.tokens, now - std::max<int64_t>(0, idle_us), now);
+    for (const SyncdFile &file : state.files) {
+        if (file.last_sync > 0) {
+            last_sync_[file.path] = file.last_sync;
+        }
+    }
+}
 
 Service::~Service() {
     if (timer_ != 0) {

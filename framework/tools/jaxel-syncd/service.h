@@ -43,6 +43,7 @@ private:
         int64_t not_before_us = 0;
     };
 
+    void seed_from_state_file();
     void mark(const std::string &src, int64_t now_us, bool at_once);
     int64_t due_us(const Pending &pending) const;
     // Sets retry when the file must stay pending.

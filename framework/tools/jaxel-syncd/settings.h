@@ -17,7 +17,8 @@ struct Settings {
     std::string config;
 };
 
-// False (with a message on stderr) when the file exists but cannot be used.
-bool apply_config_file(Settings &settings);
+// Applies the configuration file, then checks the values wherever they came
+// from; false (with a message on stderr) when they cannot be used.
+bool load_settings(Settings &settings);
 
 }  // namespace jx::tools

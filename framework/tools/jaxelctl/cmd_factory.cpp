@@ -64,7 +64,7 @@ void run_factory(const CtlOptions &options, const Paths &args, Report &report) {
     if (args.size() != 1) {
         return report.fail("factory needs the directory of factory copies", kExitUsage);
     }
-    if (refuse_during_reboot(report)) {
+    if (refuse_during_reboot(options, report)) {
         return;
     }
     const int changes = plan_rows(options, args[0], report);

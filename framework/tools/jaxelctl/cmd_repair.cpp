@@ -14,12 +14,19 @@ bool working_damaged(const FileState &state) {
 }
 
 // The copy the repair takes as the truth, as recovery weighs them: the durable
-// copy when it verifies, else its backup.
+// copy when it verifies, else its backup; null when neither does.
 const char *truth(const FileState &state) {
     if (state.durable == CopyState::kOk) {
         return "-from-durable";
     }
-    return state.backup == CopyState::kOk ? "-from-backup" : "-from-nothing";
+    return state.backup == CopyState::kOk ? "-from-backup" : nullptr;
+}
+
+// Without a copy to repair from, recovery cannot help: a sound working copy
+// only needs a sync, anything else is beyond repair.
+int nothing_to_repair_from(const FileState &state, Row &row) {
+    row.action = state.working == CopyState::kOk ? "needs-sync" : "unrepairable";
+    return kExitProblems;
 }
 
 int32_t run_recovery(const RegItem &item, bool rebuild_working) {
@@ -34,9 +41,13 @@ int repair_one(const CtlOptions &options, const RegItem &item, Row &row) {
     if (!needs_attention(row.state) || item.protect_mode == JX_PROTECT_F) {
         return kExitClean;
     }
+    const char *source = truth(row.state);
+    if (source == nullptr) {
+        return nothing_to_repair_from(row.state, row);
+    }
     const bool rebuild_working = working_damaged(row.state);
     row.action = rebuild_working ? "rebuild-working" : "repair-durable";
-    row.action += truth(row.state);
+    row.action += source;
     if (options.dry_run) {
         row.action = "would-" + row.action;
         return kExitProblems;
@@ -53,7 +64,7 @@ int repair_one(const CtlOptions &options, const RegItem &item, Row &row) {
 }  // namespace
 
 void run_repair(const CtlOptions &options, const Paths &paths, Report &report) {
-    if (!options.dry_run && refuse_during_reboot(report)) {
+    if (refuse_during_reboot(options, report)) {
         return;
     }
     for_each_file(options, paths, report,

@@ -6,7 +6,7 @@
 namespace jx::tools {
 
 void run_sync(const CtlOptions &options, const Paths &paths, Report &report) {
-    if (!options.dry_run && refuse_during_reboot(report)) {
+    if (refuse_during_reboot(options, report)) {
         return;
     }
     for_each_file(options, paths, report, [&](const RegItem &item, Row &row) {

@@ -35,6 +35,7 @@ struct Report {
     std::vector<Row> rows;
     std::vector<std::string> problems;
     std::string error;
+    bool rebooting = false;  // noted by dry runs, which a reboot does not stop
     int exit_code = kExitClean;
 
     void fail(const std::string &message, int bits) {

@@ -54,8 +54,12 @@ void for_each_file(const CtlOptions &options, const Paths &paths, Report &report
     }
 }
 
-bool refuse_during_reboot(Report &report) {
+bool refuse_during_reboot(const CtlOptions &options, Report &report) {
     if (!reboot_flag_set()) {
+        return false;
+    }
+    if (options.dry_run) {
+        report.rebooting = true;
         return false;
     }
     report.fail("reboot in progress", kExitOperational);

@@ -16,7 +16,8 @@ using FileAction = std::function<int(const RegItem &item, Row &row)>;
 void for_each_file(const CtlOptions &options, const Paths &paths, Report &report,
                    const FileAction &action, ProtectMode only = JX_PROTECT_INVALID);
 
-// Mutating commands stop with exit 8 while a reboot is in progress.
-bool refuse_during_reboot(Report &report);
+// Mutating commands stop with exit 8 while a reboot is in progress; their dry
+// runs go on, report what a run would do and note the reboot.
+bool refuse_during_reboot(const CtlOptions &options, Report &report);
 
 }  // namespace jx::tools

@@ -80,6 +80,8 @@ void print_json(const Report &report) {
     json_builder_set_member_name(b, "exit");
     json_builder_add_int_value(b, report.exit_code);
     add_lists(b, report);
+    json_builder_set_member_name(b, "reboot_in_progress");
+    json_builder_add_boolean_value(b, report.rebooting);
     json_builder_set_member_name(b, "error");
     if (report.error.empty()) {
         json_builder_add_null_value(b);
@@ -103,6 +105,9 @@ void print_report(const Report &report, const CtlOptions &options) {
         print_json(report);
     } else {
         print_text(report, options.quiet);
+    }
+    if (report.rebooting) {
+        std::fprintf(stderr, "jaxelctl: reboot in progress; a real run would be refused\n");
     }
     if (!report.error.empty()) {
         std::fprintf(stderr, "jaxelctl: %s\n", report.error.c_str());

@@ -15,6 +15,8 @@ using namespace jx::test;
 enum Damage {
     kNone,
     kWorking,
+    kNoWorking,
+    kNoCopies,
     kDurableCopy,
     kNoDurable,
     kAhead,
@@ -22,7 +24,8 @@ enum Damage {
     kReboot,
     kJunk,
     kDup,
-    kDir
+    kDir,
+    kCFile  // a C file "c" written after the first sync
 };
 
 struct Row {
@@ -47,10 +50,15 @@ const Row kRows[] = {
     {kAhead, {"sync", "-n"}, 4, "in_step=no action=would-sync", nullptr, nullptr},
     {kAhead, {"sync", kWork}, 1, "action=synced", "beta", "beta"},
     {kWorking, {"sync"}, 4, "action=unverified", nullptr, nullptr},
+    {kNoWorking, {"sync"}, 4, "durable=ok backup=ok in_step=no action=needs-repair", 0, 0},
+    {kNoDurable, {"repair", "-n"}, 4, "in_step=no action=needs-sync", nullptr, nullptr},
+    {kCFile, {"verify"}, 0, "C working=ok durable=missing backup=none in_step=no", 0, 0},
+    {kCFile, {"sync"}, 1, "C working=ok durable=ok backup=none in_step=yes", "alpha", "alpha"},
+    {kNoCopies, {"sync"}, 0, "working=missing durable=missing backup=missing", nullptr, nullptr},
     {kBusy, {"--wait=1", "status"}, 8, "working=busy", nullptr, nullptr},
     {kBusy, {"--wait=1", "sync"}, 8, "action=busy", nullptr, nullptr},
     {kReboot, {"repair"}, 8, "", nullptr, nullptr},
-    {kReboot, {"sync", "-n"}, 8, "action=rebooting", nullptr, nullptr},
+    {kReboot, {"factory", "-n", "/opt/ulx/factory"}, 4, "action=would-remove", nullptr, nullptr},
     {kDir, {"factory", "/opt/ulx/factory"}, 1, "f.conf F working=ok", "alpha", "alpha"},
     {kDir, {"factory", "-n", "/opt/ulx/factory"}, 4, "action=would-restore", nullptr, nullptr},
     {kNone, {"table", "--check"}, 0, "", nullptr, nullptr},
@@ -66,6 +74,8 @@ void damage(Damage what) {
     const std::string table = "/opt/ulx/pram/fsync_reg.ini";
     switch (what) {
     case kWorking: write_file(kWork, "junk"); break;
+    case kNoWorking: unlink(kWork.c_str()); break;
+    case kNoCopies: damage(kNoDurable), damage(kNoWorking); break;
     case kDurableCopy: write_file(kDurable, "junk"); break;
     case kNoDurable: unlink(kDurable.c_str()), unlink((kDurable + ".bak").c_str()); break;
     case kAhead: write_through_library("a", "beta"); break;
@@ -74,6 +84,7 @@ void damage(Damage what) {
     case kJunk: write_file(table, read_file(table) + "junk line\n"); break;
     case kDup: write_file(table, read_file(table) + "[E4]\nsrc=" + kWork + "\n"); break;
     case kDir: mkdir("/opt/ulx/factory", 0755), write_file("/opt/ulx/factory/f.conf", "f"); break;
+    case kCFile: write_through_library("c", "gamma", JX_PROTECT_C); break;
     case kNone: break;
     }
 }

@@ -68,6 +68,9 @@ TEST_F(SyncdTest, OnePassHoldsItsBudget) {
     const std::string eighty(80, 'x');
     lay_registered(eighty);
     write_through_library("b", eighty);
+    // A restart keeps what the state file says was synced and written before.
+    ASSERT_TRUE(jx::tools::write_syncd_state(
+        {0, 0, 0, 0, 0, 777, {{kWork, false, 12345}, {"/opt/ulx/pram/md_b", false, 12345}}}));
     // Each file costs two pairs of 80 + 65 bytes: the burst lets one through.
     const ToolRun once = run_tool(JAXEL_SYNCD_PATH, {"--once", "--bytes-per-day=1", "--burst=100"});
     EXPECT_EQ(once.exit, 1 | 4);
@@ -75,8 +78,9 @@ TEST_F(SyncdTest, OnePassHoldsItsBudget) {
     jx::tools::SyncdState state;
     ASSERT_TRUE(jx::tools::read_syncd_state(state));
     EXPECT_EQ(std::count_if(state.files.begin(), state.files.end(),
-                            [](const auto &file) { return file.pending; }),
+                            [](const auto &f) { return f.pending && f.last_sync == 12345; }),
               1);
+    EXPECT_EQ(state.bytes_written, 777u + 2 * (80 + 65));
 }
 
 TEST_F(SyncdTest, QueueOverflowRescansEverything) {
@@ -91,6 +95,17 @@ TEST_F(SyncdTest, QueueOverflowRescansEverything) {
     service.watcher().dispatch(reinterpret_cast<const char *>(&overflow), sizeof overflow);
     EXPECT_EQ(service.pass(false), 1);
     EXPECT_EQ(read_file(kDurable), "beta");
+}
+
+// The [syncd] group is held to the checks of the command line.
+TEST_F(SyncdTest, ConfigValuesAreChecked) {
+    lay_registered("alpha");
+    for (const char *group : {"debounce_ms=5", "burst=0", "debounce_ms=5\nmax_delay_ms=4",
+                              "rescan_sec=-1", "debounce_ms=4294967296", "bytes_per_day=x"}) {
+        write_file("/opt/ulx/syncd.conf", std::string("[syncd]\n") + group + "\n");
+        const ToolRun run = run_tool(JAXEL_SYNCD_PATH, {"--once", "--config=/opt/ulx/syncd.conf"});
+        EXPECT_EQ(run.exit, group == std::string("debounce_ms=5") ? 1 : 16) << group;
+    }
 }
 
 // A power cut before each write of a sync leaves one pair that verifies, and

@@ -17,9 +17,9 @@ void lay_registered(const std::string &text) {
               0);
 }
 
-void write_through_library(const char *short_name, const std::string &text) {
+void write_through_library(const char *short_name, const std::string &text, uint32_t mode) {
     ASSERT_EQ(in_child([&] {
-                  return register_items("md", {item_cfg(short_name, JX_PROTECT_E)}) ||
+                  return register_items("md", {item_cfg(short_name, mode)}) ||
                          write_text(open_handle(short_name, "w").get(), text) !=
                              static_cast<int32_t>(text.size());
               }),

@@ -19,7 +19,8 @@ inline const std::string kFactoryLive = "/opt/ulx/pram/f.conf";
 // `text` to "a" through the library.
 void lay_registered(const std::string &text);
 // Writes `text` to a registered short name through the library, in a child.
-void write_through_library(const char *short_name, const std::string &text);
+void write_through_library(const char *short_name, const std::string &text,
+                           uint32_t mode = JX_PROTECT_E);
 
 struct ToolRun {
     int exit = -1;
