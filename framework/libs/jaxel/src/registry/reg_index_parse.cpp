@@ -118,8 +118,8 @@ void RegIndex::add_line(std::string_view line) {
 }
 
 void RegIndex::add_key_file(GKeyFile *table) {
-    const StrvPtr groups(g_key_file_get_groups(table, nullptr));
-    for (gchar **group = groups.get(); *group != nullptr; ++group) {
+    const StrvPtr names(g_key_file_get_groups(table, nullptr));
+    for (gchar **group = names.get(); *group != nullptr; ++group) {
         RegGroup entry{*group, {}};
         note_name(entry.name);
         for (std::size_t k = 0; k < std::size(kKeys); ++k) {
