@@ -4,9 +4,11 @@
 // item, at times one whose backup is rebuilt from the main copy). Each copy is
 // absent, random bytes, or the other copy; each checksum file is absent,
 // random bytes, or a copy's digest with random bytes after it. After a run
-// that succeeds, a second run must succeed too and change no copy and no
-// recorded digest (a checksum file's bytes after its 64 digits may be
-// rewritten). A failed run promises nothing: it may leave a pair half written.
+// that succeeds, a main copy left in place matches its checksum file (when
+// both checksum files were there to weigh), and a second run must succeed
+// too and change no copy and no recorded digest (a checksum file's bytes
+// after its 64 digits may be rewritten). A failed run promises nothing: it
+// may leave a pair half written.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <array>
@@ -103,6 +105,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     put_copies(paths, copies);
     if (jx::jx_recover_dst_file(&item) == JX_OK) {
         const std::string first = snapshot(paths);
+        if (copies[1] != kAbsent && copies[3] != kAbsent && jx::test::exists(paths[0])) {
+            jx::fuzz::require_equal(jx::test::read_file(paths[1]).substr(0, kDigestLength),
+                                    jx::test::sha256_hex(jx::test::read_file(paths[0])));
+        }
         jx::fuzz::require_equal(std::to_string(jx::jx_recover_dst_file(&item)), "0");
         jx::fuzz::require_equal(snapshot(paths), first);
     }
