@@ -12,7 +12,7 @@ case ${1-} in
 --ci)
   packages="$packages libgtest-dev libgmock-dev libbenchmark-dev binutils
     clang-format clang-tidy cppcheck shellcheck valgrind
-    g++-arm-linux-gnueabihf qemu-user-static mmdebstrap clang libclang-rt-dev"
+    g++-arm-linux-gnueabihf qemu-user-static mmdebstrap clang libclang-rt-14-dev"
   ;;
 *) echo "usage: $0 [--ci]" >&2 && exit 2 ;;
 esac

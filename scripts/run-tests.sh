@@ -3,12 +3,14 @@
 # formatting and the layering of the subsystems, static analysis, a leak check
 # under valgrind, the suite under AddressSanitizer + UndefinedBehaviorSanitizer,
 # the threaded tests under ThreadSanitizer, the armhf cross build under qemu,
-# the seeded faults that the suite must catch, a short smoke run of the
+# the seeded faults that the suite must catch, a minute of each fuzz target
+# under the sanitizers (scripts/fuzz.sh), a short smoke run of the
 # benchmarks (so that they keep building and running; the full run is a
 # developer command, see the README), and last the plain suite, whose CTest
 # summary closes the run. Any finding fails the run.
 # usage: run-tests.sh [STAGE...]
-#   stages: format build analyze leaks sanitizers armhf faults bench test (default: all, in this order)
+#   stages: format build analyze leaks sanitizers armhf faults fuzz bench test
+#   (default: all, in this order)
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/ci/lib.sh
@@ -31,7 +33,7 @@ bench_stage() {
   echo "benchmarks: $(grep -c '^BM_' "$bench/ci-bench.log") ran"
 }
 
-[ $# -gt 0 ] || set -- format build analyze leaks sanitizers armhf faults bench test
+[ $# -gt 0 ] || set -- format build analyze leaks sanitizers armhf faults fuzz bench test
 for stage in "$@"; do
   case $stage in
   format)
@@ -45,6 +47,7 @@ for stage in "$@"; do
   sanitizers) scripts/test-sanitizers.sh ;;
   armhf) scripts/test-armhf.sh ;;
   faults) banner "seeded faults" && scripts/seed-faults.sh -j"$JOBS" ;;
+  fuzz) scripts/fuzz.sh 60 ;;
   bench) bench_stage ;;
   test)
     banner "plain build: whole suite"

@@ -1,44 +1,9 @@
 #include <random>
 
-#include "registry/registry.h"
 #include "support/sandbox.h"
+#include "support/table_oracle.h"
 
 namespace jx::test {
-
-// Each side answers with whether the table loads, the lookup's row, the
-// group count and whether registration finds the probe listed (src or dst).
-static std::string by_key_file(const char *path, const char *probe) {
-    g_autoptr(GKeyFile) table = g_key_file_new();
-    const bool loaded = g_key_file_load_from_file(table, path, G_KEY_FILE_NONE, nullptr);
-    g_auto(GStrv) groups = g_key_file_get_groups(table, nullptr);
-    std::string first;
-    bool listed = false;
-    for (gchar **group = groups; *group != nullptr; ++group) {
-        std::string row(1, (*group)[0]);
-        for (const char *key : {"src", "dst", "bak", "crc", "bakcrc"}) {
-            g_autofree gchar *value = g_key_file_get_string(table, *group, key, nullptr);
-            row += std::string("|") + (value != nullptr ? value : "");
-            listed = listed || (key[2] != 'k' && g_strcmp0(value, probe) == 0);
-        }
-        row += "|" + std::to_string(g_key_file_get_uint64(table, *group, "privilege", nullptr));
-        const bool found = strchr("RCESPF", row[0]) && row.find(probe + std::string("|")) == 2;
-        first = first.empty() && found ? row : first;
-    }
-    return loaded ? first + std::to_string(g_strv_length(groups)) + std::string(listed, 'L') : "-";
-}
-
-static std::string by_index(RegIndex &index, const char *path, const char *probe) {
-    RegItem r{};
-    const bool loaded = index.refresh(path);
-    const std::string first = !index.find(probe, r)
-                                  ? ""
-                                  : std::string(1, "RCESPF"[r.protect_mode]) + "|" + r.src + "|" +
-                                        r.dst + "|" + r.bak + "|" + r.crc + "|" + r.bakcrc + "|" +
-                                        std::to_string(r.privilege);
-    return loaded ? first + std::to_string(index.group_count()) +
-                        std::string(index.lists(probe, probe), 'L')
-                  : "-";
-}
 
 // Each table is indexed whole, then grows by a tail and is asked again; at
 // times its last line is torn.
@@ -63,7 +28,8 @@ TEST_F(SandboxTest, TableIndexAnswersAsGKeyFileOnGeneratedTables) {
         for (const std::string &tail : {std::string(), parts[1]}) {
             write_file(path, parts[0] + tail);  // the same file, grown
             for (const char *probe : {"/p/a", "/p/b", "/p/ a", "/p/a "})
-                ASSERT_EQ(by_index(index, path, probe), by_key_file(path, probe)) << tail;
+                ASSERT_EQ(table_by_index(index, path, probe), table_by_key_file(path, probe))
+                    << tail;
         }
     }
 }
