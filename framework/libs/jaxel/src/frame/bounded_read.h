@@ -25,6 +25,14 @@ bool is_odd_node(const char *path) noexcept;
 bool read_regular_fd(int fd, const char *path, std::size_t limit, gchar **data, std::size_t *len,
                      GError **error) noexcept;
 
+// open_regular, with the error read_regular_file gives when the open fails.
+int open_regular_reporting(const char *path, GError **error) noexcept;
+
+// Reads the first `want` bytes of fd into buf (`got` fewer when the file ends
+// early), with the error read_regular_fd gives.
+bool read_regular_into(int fd, const char *path, gchar *buf, std::size_t want, std::size_t &got,
+                       GError **error) noexcept;
+
 // Both, with the GFileError codes and texts g_file_get_contents gives for the
 // same failure.
 bool read_regular_file(const char *path, std::size_t limit, gchar **data, std::size_t *len,
