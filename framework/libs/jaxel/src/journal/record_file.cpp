@@ -84,9 +84,7 @@ Path record_path(const char *target) noexcept {
     uint8_t digest[kDigestSize];
     char hex[2 * kDigestSize + 1] = {};
     if (sha256(name.c_str(), std::strlen(name.c_str()), digest)) {
-        for (std::size_t i = 0; i < kDigestSize; ++i) {
-            g_snprintf(hex + 2 * i, 3, "%02x", digest[i]);
-        }
+        to_hex(digest, kDigestSize, hex);
     }
     return make_path({kRecordDir, hex});
 }
