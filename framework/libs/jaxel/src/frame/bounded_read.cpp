@@ -52,7 +52,7 @@ bool is_odd_node(const char *path) noexcept {
     return ::lstat(path, &st) == 0 && (!S_ISREG(st.st_mode) || st.st_nlink > 1);
 }
 
-int open_regular(const char *path, GError **error) noexcept {
+int open_regular(const char *path, GError **error, off_t *size) noexcept {
     if (leads_outside(path)) {
         return fail(error, G_FILE_ERROR_PERM,
                     g_strdup_printf("“%s” leads out of %s", shown(path).get(), kUlxDir)),
@@ -67,6 +67,9 @@ int open_regular(const char *path, GError **error) noexcept {
         return fail(error, G_FILE_ERROR_FAILED,
                     g_strdup_printf("“%s” is not a regular file of one link", shown(path).get())),
                -1;
+    }
+    if (size != nullptr) {
+        *size = st.st_size;
     }
     return fd.release();
 }
@@ -103,9 +106,9 @@ bool read_regular_into(int fd, const char *path, gchar *buf, std::size_t want, s
                 g_strdup_printf("Error reading file “%s”: %s", shown(path).get(), g_strerror(e)));
 }
 
-int open_regular_reporting(const char *path, GError **error) noexcept {
+int open_regular_reporting(const char *path, GError **error, off_t *size) noexcept {
     GError *refused = nullptr;
-    const int fd = open_regular(path, &refused);
+    const int fd = open_regular(path, &refused, size);
     if (fd < 0) {
         const int e = errno;
         if (refused != nullptr) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <sys/types.h>
 
 #include <glib.h>
 
@@ -11,7 +12,7 @@ namespace jx {
 // A descriptor of path opened without blocking (a FIFO has no writer to wait
 // for), or -1. When the open itself fails errno tells why and `error` is left
 // unset; a node that is not a regular file sets `error`.
-int open_regular(const char *path, GError **error) noexcept;
+int open_regular(const char *path, GError **error, off_t *size = nullptr) noexcept;
 
 // Whether path names a regular file itself (not a link, FIFO or device).
 bool is_regular_file(const char *path) noexcept;
@@ -25,8 +26,9 @@ bool is_odd_node(const char *path) noexcept;
 bool read_regular_fd(int fd, const char *path, std::size_t limit, gchar **data, std::size_t *len,
                      GError **error) noexcept;
 
-// open_regular, with the error read_regular_file gives when the open fails.
-int open_regular_reporting(const char *path, GError **error) noexcept;
+// open_regular, with the error read_regular_file gives when the open fails;
+// size, when given, gets the length the file had when it was checked.
+int open_regular_reporting(const char *path, GError **error, off_t *size = nullptr) noexcept;
 
 // Reads the first `want` bytes of fd into buf (`got` fewer when the file ends
 // early), with the error read_regular_fd gives.

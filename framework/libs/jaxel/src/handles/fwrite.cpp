@@ -59,12 +59,12 @@ bool log_unread(const char *path, GError *raw) noexcept {
 // The old content's descriptor and length, checked as a whole-file read checks them.
 bool open_old_content(const char *path, UniqueFd &fd, uint64_t &len) noexcept {
     GError *error = nullptr;
-    fd.reset(open_regular_reporting(path, &error));
+    off_t size = 0;
+    fd.reset(open_regular_reporting(path, &error, &size));
     if (!fd) {
         return log_unread(path, error);
     }
-    struct stat st {};
-    len = fstat(fd.get(), &st) == 0 ? static_cast<uint64_t>(st.st_size) : 0;
+    len = static_cast<uint64_t>(size);
     return len <= UINT32_MAX ||
            log_unread(path,
                       g_error_new_literal(G_FILE_ERROR, G_FILE_ERROR_FAILED, "file too large"));
