@@ -52,7 +52,7 @@ bool is_odd_node(const char *path) noexcept {
     return ::lstat(path, &st) == 0 && (!S_ISREG(st.st_mode) || st.st_nlink > 1);
 }
 
-int open_regular(const char *path, GError **error) noexcept {
+int open_regular(const char *path, GError **error, off_t *size) noexcept {
     if (leads_outside(path)) {
         return fail(error, G_FILE_ERROR_PERM,
                     g_strdup_printf("“%s” leads out of %s", shown(path).get(), kUlxDir)),
@@ -67,6 +67,9 @@ int open_regular(const char *path, GError **error) noexcept {
         return fail(error, G_FILE_ERROR_FAILED,
                     g_strdup_printf("“%s” is not a regular file of one link", shown(path).get())),
                -1;
+    }
+    if (size != nullptr) {
+        *size = st.st_size;
     }
     return fd.release();
 }
@@ -84,11 +87,8 @@ bool read_regular_fd(int fd, const char *path, std::size_t limit, gchar **data, 
                     g_strdup_printf("Could not allocate memory for “%s”", shown(path).get()));
     }
     std::size_t got = 0;
-    if (!read_upto(fd, buf.get(), want, got)) {
-        const int e = errno;
-        return fail(
-            error, g_file_error_from_errno(e),
-            g_strdup_printf("Error reading file “%s”: %s", shown(path).get(), g_strerror(e)));
+    if (!read_regular_into(fd, path, buf.get(), want, got, error)) {
+        return false;
     }
     buf.get()[got] = '\0';
     *len = got;
@@ -96,18 +96,36 @@ bool read_regular_fd(int fd, const char *path, std::size_t limit, gchar **data, 
     return true;
 }
 
+bool read_regular_into(int fd, const char *path, gchar *buf, std::size_t want, std::size_t &got,
+                       GError **error) noexcept {
+    if (read_upto(fd, buf, want, got)) {
+        return true;
+    }
+    const int e = errno;
+    return fail(error, g_file_error_from_errno(e),
+                g_strdup_printf("Error reading file “%s”: %s", shown(path).get(), g_strerror(e)));
+}
+
+int open_regular_reporting(const char *path, GError **error, off_t *size) noexcept {
+    GError *refused = nullptr;
+    const int fd = open_regular(path, &refused, size);
+    if (fd < 0) {
+        const int e = errno;
+        if (refused != nullptr) {
+            g_propagate_error(error, refused);
+        } else {
+            (void)fail(
+                error, g_file_error_from_errno(e),
+                g_strdup_printf("Failed to open file “%s”: %s", shown(path).get(), g_strerror(e)));
+        }
+    }
+    return fd;
+}
+
 bool read_regular_file(const char *path, std::size_t limit, gchar **data, std::size_t *len,
                        GError **error) noexcept {
-    GError *refused = nullptr;
-    const UniqueFd fd(open_regular(path, &refused));
-    if (!fd) {
-        const int e = errno;
-        return refused != nullptr ? (g_propagate_error(error, refused), false)
-                                  : fail(error, g_file_error_from_errno(e),
-                                         g_strdup_printf("Failed to open file “%s”: %s",
-                                                         shown(path).get(), g_strerror(e)));
-    }
-    return read_regular_fd(fd.get(), path, limit, data, len, error);
+    const UniqueFd fd(open_regular_reporting(path, error));
+    return fd && read_regular_fd(fd.get(), path, limit, data, len, error);
 }
 
 }  // namespace jx

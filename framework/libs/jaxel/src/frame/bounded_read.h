@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <sys/types.h>
 
 #include <glib.h>
 
@@ -11,7 +12,7 @@ namespace jx {
 // A descriptor of path opened without blocking (a FIFO has no writer to wait
 // for), or -1. When the open itself fails errno tells why and `error` is left
 // unset; a node that is not a regular file sets `error`.
-int open_regular(const char *path, GError **error) noexcept;
+int open_regular(const char *path, GError **error, off_t *size = nullptr) noexcept;
 
 // Whether path names a regular file itself (not a link, FIFO or device).
 bool is_regular_file(const char *path) noexcept;
@@ -24,6 +25,15 @@ bool is_odd_node(const char *path) noexcept;
 // `*data` is g_malloc'd and NUL-terminated one past `*len`.
 bool read_regular_fd(int fd, const char *path, std::size_t limit, gchar **data, std::size_t *len,
                      GError **error) noexcept;
+
+// open_regular, with the error read_regular_file gives when the open fails;
+// size, when given, gets the length the file had when it was checked.
+int open_regular_reporting(const char *path, GError **error, off_t *size = nullptr) noexcept;
+
+// Reads the first `want` bytes of fd into buf (`got` fewer when the file ends
+// early), with the error read_regular_fd gives.
+bool read_regular_into(int fd, const char *path, gchar *buf, std::size_t want, std::size_t &got,
+                       GError **error) noexcept;
 
 // Both, with the GFileError codes and texts g_file_get_contents gives for the
 // same failure.

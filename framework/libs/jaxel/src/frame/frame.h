@@ -2,6 +2,7 @@
 #pragma once
 
 #include "frame/bounded_read.h"
+#include "frame/hex.h"
 #include "frame/io.h"
 #include "frame/locations.h"
 #include "frame/locks.h"

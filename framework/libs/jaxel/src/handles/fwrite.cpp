@@ -4,6 +4,9 @@
 #include <cstring>
 #include <sys/stat.h>
 
+#include <utility>
+
+#include "frame/bounded_read.h"
 #include "frame/frame.h"
 #include "handles/handle_write.h"
 #include "handles/handles.h"
@@ -30,9 +33,11 @@ bool is_read_only(const char *mode) noexcept {
     return std::strcmp(mode, "r") == 0 || std::strcmp(mode, "rb") == 0;
 }
 
+bool appends(const JxFile *stream) noexcept { return stream->mode[0] == 'a'; }
+
 // Where the bytes go: the stream position, or the end for append handles.
 bool write_position(const JxFile *stream, uint64_t content_len, uint64_t &position) noexcept {
-    if (stream->mode[0] == 'a') {
+    if (appends(stream)) {
         position = content_len;
         return true;
     }
@@ -45,6 +50,67 @@ bool write_position(const JxFile *stream, uint64_t content_len, uint64_t &positi
     return true;
 }
 
+bool log_unread(const char *path, GError *raw) noexcept {
+    const GErrorPtr error(raw);
+    JX_LOG("g_file_get_contents(%s) failed: %s.", base_name(path), error->message);
+    return false;
+}
+
+// The old content's descriptor and length, checked as a whole-file read checks them.
+bool open_old_content(const char *path, UniqueFd &fd, uint64_t &len) noexcept {
+    GError *error = nullptr;
+    off_t size = 0;
+    fd.reset(open_regular_reporting(path, &error, &size));
+    if (!fd) {
+        return log_unread(path, error);
+    }
+    len = static_cast<uint64_t>(size);
+    return len <= UINT32_MAX ||
+           log_unread(path,
+                      g_error_new_literal(G_FILE_ERROR, G_FILE_ERROR_FAILED, "file too large"));
+}
+
+// The new content, built where the record will carry it: the old bytes are
+// read straight into the record buffer, so a large write needs one buffer and
+// no copy. Room is left after it for the side file. `end` is where the new
+// bytes stop.
+char *build_in_record(const WriteRequest &request, Transaction &transaction, uint64_t &len,
+                      uint64_t &end) noexcept {
+    JxFile *stream = request.stream;
+    UniqueFd fd;
+    uint64_t old_len = 0;
+    uint64_t position = 0;
+    if ((!request.rolled && !open_old_content(stream->file_path, fd, old_len)) ||
+        !write_position(stream, old_len, position)) {
+        return nullptr;
+    }
+    const uint64_t count = static_cast<uint64_t>(request.size) * request.n;
+    if (position + count > UINT32_MAX) {
+        JX_LOG("fwrite %s (sz %u count %u) failed: end %llu beyond 4 GiB.",
+               base_name(stream->file_path), request.size, request.n,
+               static_cast<unsigned long long>(position + count));
+        return nullptr;
+    }
+    auto *content = reinterpret_cast<char *>(
+        transaction.reserve(2, std::max(old_len, position + count) + kChecksumFileSize));
+    if (content == nullptr) {
+        JX_LOG("g_malloc0 failed.");
+        return nullptr;
+    }
+    GError *error = nullptr;
+    std::size_t got = 0;
+    if (fd && !read_regular_into(fd.get(), stream->file_path, content, old_len, got, &error)) {
+        log_unread(stream->file_path, error);
+        return nullptr;
+    }
+    position = appends(stream) ? got : position;  // a file cut short under us ends earlier
+    end = position + count;
+    len = std::max<uint64_t>(got, end);
+    std::memset(content + got, 0, len - got);
+    std::memcpy(content + position, request.ptr, count);
+    return content;
+}
+
 // The whole new content goes through the checked rewrite, which changes it
 // together with its side file.
 int32_t protected_write(const WriteRequest &request) noexcept {
@@ -53,33 +119,23 @@ int32_t protected_write(const WriteRequest &request) noexcept {
     if (is_read_only(stream->mode)) {
         return 0;
     }
-    Content content;
-    GErrorPtr error;
-    if (!request.rolled && !read_whole_file(stream->file_path, content, error)) {
-        JX_LOG("g_file_get_contents(%s) failed: %s.", base_name(stream->file_path), error->message);
-        return 0;
-    }
-    uint64_t position = 0;
-    if (!write_position(stream, content.len, position)) {
-        return 0;
-    }
-    const uint64_t end = position + static_cast<uint64_t>(request.size) * request.n;
-    if (end > UINT32_MAX) {
-        JX_LOG("fwrite %s (sz %u count %u) failed: end %llu beyond 4 GiB.",
-               base_name(stream->file_path), request.size, request.n,
-               static_cast<unsigned long long>(end));
-        return 0;
-    }
-    if (!place_bytes(content, position, request.ptr, end - position)) {
+    Transaction transaction;
+    uint64_t len = 0;
+    uint64_t end = 0;
+    const char *content = build_in_record(request, transaction, len, end);
+    if (content == nullptr) {
         return 0;
     }
     char digest[kSha256HexSize];
-    if (!sha256_hex(content.data.get(), content.len, digest)) {
+    if (!sha256_hex(content, len, digest)) {
         JX_LOG("g_compute_checksum_for_data(sha256) failed.");
         return 0;
     }
-    const int32_t rc = jx_rewrite_with_crc(stream, content.data.get(), content.len, digest);
-    (void)io().fseek(stream->fd, static_cast<off_t>(end), SEEK_SET);
+    const int32_t rc = jx_rewrite_with_crc(stream, content, static_cast<uint32_t>(len), digest,
+                                           std::move(transaction));
+    if (end != len) {  // the rewrite left the stream after the content
+        (void)io().fseek(stream->fd, static_cast<off_t>(end), SEEK_SET);
+    }
     return rc == JX_OK ? static_cast<int32_t>(request.n) : 0;
 }
 

@@ -8,6 +8,7 @@
 #include "frame/frame.h"
 #include "integrity/digest.h"
 #include "jaxel.h"
+#include "journal/journal.h"
 #include "registry/registry.h"
 
 namespace jx {
@@ -61,13 +62,15 @@ int32_t jx_crc_copy(const void *content, uint32_t len, const char *expected, con
 
 // Writes content and its digest's side file as one atomic change; silent,
 // JX_ERR_WRITE when the change did not happen whole.
+// content may lie in the data space transaction reserved for two entries.
 int32_t commit_with_side_file(const char *path, const void *content, uint32_t len,
-                              const char *digest, bool may_create) noexcept;
+                              const char *digest, bool may_create,
+                              Transaction &&transaction = Transaction()) noexcept;
 
 // Replaces the handle's file with content after checking it against expected
 // (exact comparison), together with its side file, atomically and in place.
 // The stream is left after the new content.
-int32_t jx_rewrite_with_crc(JxFile *stream, const void *content, uint32_t len,
-                            const char *expected) noexcept;
+int32_t jx_rewrite_with_crc(JxFile *stream, const void *content, uint32_t len, const char *expected,
+                            Transaction &&transaction = Transaction()) noexcept;
 
 }  // namespace jx

@@ -2,6 +2,8 @@
 
 #include <openssl/evp.h>
 
+#include "frame/hex.h"
+
 namespace jx {
 
 bool sha256_hex(const void *data, std::size_t len, char out[kSha256HexSize]) noexcept {
@@ -18,11 +20,7 @@ bool sha256_hex(const void *data, std::size_t len, char out[kSha256HexSize]) noe
         static_cast<std::size_t>(md_len) * 2 != kSha256HexLen) {
         return false;
     }
-    static constexpr char kHexDigits[] = "0123456789abcdef";
-    for (unsigned int i = 0; i < md_len; ++i) {
-        out[static_cast<std::size_t>(i) * 2] = kHexDigits[md[i] >> 4];
-        out[static_cast<std::size_t>(i) * 2 + 1] = kHexDigits[md[i] & 0x0f];
-    }
+    to_hex(md, md_len, out);
     out[kSha256HexLen] = '\0';
     return true;
 }

@@ -2,6 +2,8 @@
 #include <cstdio>
 #include <sys/stat.h>
 
+#include <utility>
+
 #include "frame/frame.h"
 #include "integrity/integrity.h"
 #include "integrity/tier.h"
@@ -10,9 +12,9 @@
 namespace jx {
 
 int32_t commit_with_side_file(const char *path, const void *content, uint32_t len,
-                              const char *digest, bool may_create) noexcept {
+                              const char *digest, bool may_create,
+                              Transaction &&transaction) noexcept {
     const Path side = side_file_of(path);
-    Transaction transaction;
     transaction.write(path, content, len, may_create, digest);
     transaction.write(side.c_str(), digest, kChecksumFileSize, true);
     if (transaction.commit() != 0) {
@@ -27,8 +29,8 @@ int32_t commit_with_side_file(const char *path, const void *content, uint32_t le
 
 // Content and side file change together through one redo record, in place,
 // so the handle's stream and any other process's lock stay on the live file.
-int32_t jx_rewrite_with_crc(JxFile *stream, const void *content, uint32_t len,
-                            const char *expected) noexcept {
+int32_t jx_rewrite_with_crc(JxFile *stream, const void *content, uint32_t len, const char *expected,
+                            Transaction &&transaction) noexcept {
     if (stream == nullptr || stream->fd == nullptr) {
         return JX_ERR_PARAM1;
     }
@@ -41,7 +43,8 @@ int32_t jx_rewrite_with_crc(JxFile *stream, const void *content, uint32_t len,
         JX_LOG("crc check failed.");
         return JX_ERR_CHECKSUM;
     }
-    const int32_t rc = commit_with_side_file(stream->file_path, content, len, digest, false);
+    const int32_t rc = commit_with_side_file(stream->file_path, content, len, digest, false,
+                                             std::move(transaction));
     if (rc != JX_OK) {
         JX_LOG("fwrite %s failed.", base_name(stream->file_path));
     }

@@ -29,6 +29,11 @@ public:
                   uint64_t final_size) noexcept;
     void remove(const char *path) noexcept;
 
+    // Room inside the buffer the record is written from for the data of a
+    // record of entry_count entries, in table order: content built there and
+    // passed to write() is never copied. Null when out of memory.
+    uint8_t *reserve(std::size_t entry_count, std::size_t data_len) noexcept;
+
     // 0 when every file holds its new state; -1 with errno otherwise. When
     // the record could not be made durable nothing was touched.
     int commit() noexcept;
@@ -48,6 +53,9 @@ private:
     Entry entries_[kMaxEntries];
     std::size_t count_ = 0;
     bool overflow_ = false;
+    GPtr<uint8_t> reserved_;
+    std::size_t reserved_entries_ = 0;
+    std::size_t reserved_len_ = 0;
 };
 
 // Finishes a record left for path by a crashed call: a valid one is applied

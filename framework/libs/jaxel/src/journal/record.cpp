@@ -6,6 +6,8 @@
 #include <sys/random.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include <openssl/evp.h>
 
 namespace jx::redo {
@@ -76,16 +78,31 @@ bool fill_entry(const Transaction::Entry &in, Entry &out) noexcept {
 
 }  // namespace
 
-GPtr<uint8_t> encode(const Transaction::Entry *entries, std::size_t count,
-                     std::size_t &length) noexcept {
+namespace {
+
+GPtr<uint8_t> record_buffer(std::size_t count, std::size_t length, Reserved &reserved) noexcept {
+    if (reserved.buf && reserved.entries == count && reserved.size >= length) {
+        std::memset(reserved.buf.get(), 0, sizeof(Header) + count * sizeof(Entry));
+        return std::move(reserved.buf);
+    }
+    GPtr<uint8_t> buf(static_cast<uint8_t *>(g_try_malloc0(length)));
+    if (!buf) {
+        errno = ENOMEM;
+    }
+    return buf;
+}
+
+}  // namespace
+
+GPtr<uint8_t> encode(const Transaction::Entry *entries, std::size_t count, std::size_t &length,
+                     Reserved reserved) noexcept {
     const std::size_t table_size = count * sizeof(Entry);
     length = sizeof(Header) + table_size;
     for (std::size_t i = 0; i < count; ++i) {
         length += entries[i].is_write ? entries[i].len : 0;
     }
-    GPtr<uint8_t> buf(static_cast<uint8_t *>(g_try_malloc0(length)));
+    GPtr<uint8_t> buf = record_buffer(count, length, reserved);
     if (!buf) {
-        errno = ENOMEM;
         return nullptr;
     }
     auto *table = reinterpret_cast<Entry *>(buf.get() + sizeof(Header));
@@ -96,7 +113,9 @@ GPtr<uint8_t> encode(const Transaction::Entry *entries, std::size_t count,
             return nullptr;
         }
         if (table[i].length != 0) {
-            std::memcpy(data, entries[i].data, table[i].length);
+            if (entries[i].data != data) {
+                std::memcpy(data, entries[i].data, table[i].length);
+            }
             data += table[i].length;
         }
     }

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <sys/types.h>
 
 #include "frame/frame.h"
 #include "journal/journal.h"
@@ -42,10 +43,18 @@ inline constexpr char kRecordDir[] = "/opt/ulx/pram/.jaxel-redo/";
 
 bool sha256(const void *data, std::size_t len, uint8_t out[kDigestSize]) noexcept;
 
-// Builds the record of the entries into one g_malloc'd buffer; null when out
+// A buffer laid out for a record of `entries` entries, `size` bytes in all.
+struct Reserved {
+    GPtr<uint8_t> buf;
+    std::size_t entries = 0;
+    std::size_t size = 0;
+};
+
+// Builds the record of the entries into one g_malloc'd buffer, the reserved
+// one when it fits (data already in place there is not copied); null when out
 // of memory, a path does not fit or a digest cannot be computed.
-GPtr<uint8_t> encode(const Transaction::Entry *entries, std::size_t count,
-                     std::size_t &length) noexcept;
+GPtr<uint8_t> encode(const Transaction::Entry *entries, std::size_t count, std::size_t &length,
+                     Reserved reserved = {}) noexcept;
 
 // A validated record over a caller-owned buffer.
 struct View {
@@ -72,8 +81,8 @@ Path record_path(const char *target) noexcept;
 
 // Opens the record file and locks it, retrying when it was unlinked while we
 // waited. With create, makes it (and its directory); without wait, fails with
-// EWOULDBLOCK while another call holds it.
-UniqueFd open_locked(const char *record, bool create, bool wait) noexcept;
+// EWOULDBLOCK while another call holds it. size, when given, gets its length.
+UniqueFd open_locked(const char *record, bool create, bool wait, off_t *size = nullptr) noexcept;
 
 // Applies a valid record held in the locked descriptor, drops an invalid one,
 // then removes the record file. 0 when nothing stays pending.

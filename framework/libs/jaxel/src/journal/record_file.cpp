@@ -71,8 +71,7 @@ UniqueFd open_record(const char *record, bool create) noexcept {
     return fd;
 }
 
-bool still_linked(int fd, const char *record) noexcept {
-    struct stat held;
+bool still_linked(int fd, const char *record, struct stat &held) noexcept {
     struct stat named;
     return fstat(fd, &held) == 0 && ::stat(record, &named) == 0 && held.st_ino == named.st_ino &&
            held.st_dev == named.st_dev;
@@ -85,14 +84,12 @@ Path record_path(const char *target) noexcept {
     uint8_t digest[kDigestSize];
     char hex[2 * kDigestSize + 1] = {};
     if (sha256(name.c_str(), std::strlen(name.c_str()), digest)) {
-        for (std::size_t i = 0; i < kDigestSize; ++i) {
-            g_snprintf(hex + 2 * i, 3, "%02x", digest[i]);
-        }
+        to_hex(digest, kDigestSize, hex);
     }
     return make_path({kRecordDir, hex});
 }
 
-UniqueFd open_locked(const char *record, bool create, bool wait) noexcept {
+UniqueFd open_locked(const char *record, bool create, bool wait, off_t *size) noexcept {
     for (;;) {
         UniqueFd fd = open_record(record, create);
         if (!fd) {
@@ -101,7 +98,11 @@ UniqueFd open_locked(const char *record, bool create, bool wait) noexcept {
         if (io().flock(fd.get(), LOCK_EX | (wait ? 0 : LOCK_NB)) != 0) {
             return UniqueFd();
         }
-        if (still_linked(fd.get(), record)) {
+        struct stat held;
+        if (still_linked(fd.get(), record, held)) {
+            if (size != nullptr) {
+                *size = held.st_size;
+            }
             return fd;
         }
     }

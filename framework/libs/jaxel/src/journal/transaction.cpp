@@ -2,6 +2,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "frame/bounded_read.h"
 #include "journal/record.h"
 
@@ -28,12 +30,12 @@ int make_durable(int fd, const char *record, const uint8_t *buf, std::size_t len
 // takes its name in a fresh file.
 UniqueFd open_empty_record(const char *record) noexcept {
     for (;;) {
-        UniqueFd fd = redo::open_locked(record, true, true);
-        struct stat st;
-        if (!fd || fstat(fd.get(), &st) != 0) {
+        off_t size = 0;
+        UniqueFd fd = redo::open_locked(record, true, true, &size);
+        if (!fd) {
             return UniqueFd();
         }
-        if (st.st_size == 0) {
+        if (size == 0) {
             return fd;
         }
         if (redo::finish(fd.get(), record) != 0) {
@@ -74,6 +76,14 @@ void Transaction::write_at(const char *path, uint64_t offset, const void *data, 
     entries_[count_++] = {true, false, path, data, len, nullptr, offset, final_size};
 }
 
+uint8_t *Transaction::reserve(std::size_t entry_count, std::size_t data_len) noexcept {
+    const std::size_t head = sizeof(redo::Header) + entry_count * sizeof(redo::Entry);
+    reserved_.reset(static_cast<uint8_t *>(g_try_malloc(head + data_len)));
+    reserved_entries_ = entry_count;
+    reserved_len_ = reserved_ ? head + data_len : 0;
+    return reserved_ ? reserved_.get() + head : nullptr;
+}
+
 void Transaction::remove(const char *path) noexcept {
     if (count_ == kMaxEntries) {
         overflow_ = true;
@@ -91,7 +101,8 @@ int Transaction::commit() noexcept {
         return -1;
     }
     std::size_t len = 0;
-    const GPtr<uint8_t> buf = redo::encode(entries_, count_, len);
+    const GPtr<uint8_t> buf = redo::encode(
+        entries_, count_, len, {std::move(reserved_), reserved_entries_, reserved_len_});
     if (!buf) {
         return -1;
     }
