@@ -12,18 +12,7 @@ namespace {
 using namespace jx::test;
 
 // What is done to a healthy, synced file "a" before the command runs.
-enum Damage {
-    kNone,
-    kWorking,
-    kDurableCopy,
-    kNoDurable,
-    kAhead,
-    kBusy,
-    kReboot,
-    kJunk,
-    kDup,
-    kDir
-};
+enum Damage { kNone, kWorking, kSaved, kNoDurable, kAhead, kBusy, kReboot, kJunk, kDup, kDir };
 
 struct Row {
     Damage damage;
@@ -38,11 +27,11 @@ const Row kRows[] = {
     {kNone, {"status"}, 0, "working=ok durable=ok backup=ok in_step=yes", "alpha", "alpha"},
     {kNone, {"verify", kWork}, 0, "md_a E working=ok", nullptr, nullptr},
     {kWorking, {"verify"}, 4, "working=mismatch", nullptr, nullptr},
-    {kDurableCopy, {"verify"}, 4, "durable=mismatch", nullptr, nullptr},
+    {kSaved, {"verify"}, 4, "durable=mismatch", nullptr, nullptr},
     {kWorking, {"repair"}, 1, "action=rebuild-working-from-durable", "alpha", "alpha"},
     {kWorking, {"repair", "-n"}, 4, "action=would-rebuild-working-from-durable", nullptr, nullptr},
-    {kDurableCopy, {"repair"}, 1, "action=repair-durable-from-backup", "alpha", "alpha"},
-    {kDurableCopy, {"sync"}, 1, "action=synced", "alpha", "alpha"},
+    {kSaved, {"repair"}, 1, "action=repair-durable-from-backup", "alpha", "alpha"},
+    {kSaved, {"sync"}, 1, "action=synced", "alpha", "alpha"},
     {kNoDurable, {"sync"}, 1, "durable=ok backup=ok in_step=yes action=synced", "alpha", "alpha"},
     {kAhead, {"sync", "-n"}, 4, "in_step=no action=would-sync", nullptr, nullptr},
     {kAhead, {"sync", kWork}, 1, "action=synced", "beta", "beta"},
@@ -66,7 +55,7 @@ void damage(Damage what) {
     const std::string table = "/opt/ulx/pram/fsync_reg.ini";
     switch (what) {
     case kWorking: write_file(kWork, "junk"); break;
-    case kDurableCopy: write_file(kDurable, "junk"); break;
+    case kSaved: write_file(kDurable, "junk"); break;
     case kNoDurable: unlink(kDurable.c_str()), unlink((kDurable + ".bak").c_str()); break;
     case kAhead: write_through_library("a", "beta"); break;
     case kBusy: g_held = open(kWork.c_str(), O_RDONLY), flock(g_held, LOCK_EX); break;
@@ -86,9 +75,8 @@ ToolRun run_row(const Row &row, bool json, Files &before) {
     EXPECT_EQ(run_tool(JAXELCTL_PATH, {"sync"}).exit, 1);
     damage(row.damage);
     std::vector<std::string> args = row.args;
-    if (json) {
+    if (json)
         args.insert(args.begin(), "--json");
-    }
     before = all_files();
     const ToolRun run = run_tool(JAXELCTL_PATH, args);
     (void)(g_held >= 0 && close(g_held)), g_held = -1;
@@ -97,26 +85,22 @@ ToolRun run_row(const Row &row, bool json, Files &before) {
 
 // The text jaxelctl prints, rebuilt from its JSON document.
 std::string text_of(const std::string &json) {
-    JsonParser *parser = json_parser_new();
+    g_autoptr(JsonParser) parser = json_parser_new();
     std::string text = json_parser_load_from_data(parser, json.c_str(), -1, nullptr) ? "" : "bad";
     JsonObject *doc = json_node_get_object(json_parser_get_root(parser));
     EXPECT_EQ(json_object_get_int_member(doc, "schema"), 1);
     JsonArray *files = json_object_get_array_member(doc, "files");
     for (guint i = 0; i < json_array_get_length(files); ++i) {
         JsonObject *f = json_array_get_object_element(files, i);
-        auto s = [f](const char *key) {
-            return std::string(json_object_get_string_member(f, key));
-        };
+        auto s = [f](const char *k) { return std::string(json_object_get_string_member(f, k)); };
         text += s("path") + " " + s("mode") + " working=" + s("working") +
                 " durable=" + s("durable") + " backup=" + s("backup") +
                 " in_step=" + (json_object_get_boolean_member(f, "in_step") ? "yes" : "no") +
                 " action=" + s("action") + "\n";
     }
     JsonArray *problems = json_object_get_array_member(doc, "problems");
-    for (guint i = 0; i < json_array_get_length(problems); ++i) {
+    for (guint i = 0; i < json_array_get_length(problems); ++i)
         text += std::string("table ") + json_array_get_string_element(problems, i) + "\n";
-    }
-    g_object_unref(parser);
     return text;
 }
 

@@ -24,12 +24,9 @@ const std::string kDurableB = "/opt/ulx/save/md_b";
 template <typename Done>
 bool within_ms(int64_t ms, Done done) {
     const int64_t deadline = g_get_monotonic_time() + ms * 1000;
-    while (!done()) {
-        if (g_get_monotonic_time() > deadline) {
+    for (; !done(); g_usleep(10000))
+        if (g_get_monotonic_time() > deadline)
             return false;
-        }
-        g_usleep(10000);
-    }
     return true;
 }
 
@@ -103,9 +100,8 @@ TEST_F(SyncdTest, CrashDuringSyncLeavesAPairThatVerifies) {
     const auto laid = all_files();
     for (int nth = 1;; ++nth) {
         SCOPED_TRACE(nth);
-        for (const auto &[path, content] : laid) {
+        for (const auto &[path, content] : laid)
             write_file(path, content);
-        }
         const int status = in_child([&] {
             IoFaults faults;
             faults.crash_before(Call::kFwrite, nth);

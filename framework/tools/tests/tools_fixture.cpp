@@ -6,17 +6,6 @@
 
 namespace jx::test {
 
-void lay_registered(const std::string &text) {
-    write_file(kFactoryLive, "live");
-    ASSERT_EQ(in_child([&] {
-                  return register_items("md", {item_cfg("a", JX_PROTECT_E),
-                                               item_cfg(kFactoryLive.c_str(), JX_PROTECT_F)}) ||
-                         write_text(open_handle("a", "w").get(), text) !=
-                             static_cast<int32_t>(text.size());
-              }),
-              0);
-}
-
 void write_through_library(const char *short_name, const std::string &text) {
     ASSERT_EQ(in_child([&] {
                   return register_items("md", {item_cfg(short_name, JX_PROTECT_E)}) ||
@@ -26,36 +15,38 @@ void write_through_library(const char *short_name, const std::string &text) {
               0);
 }
 
+void lay_registered(const std::string &text) {
+    write_file(kFactoryLive, "live");
+    ASSERT_EQ(in_child([] {
+                  return register_items("md", {item_cfg(kFactoryLive.c_str(), JX_PROTECT_F)});
+              }),
+              0);
+    write_through_library("a", text);
+}
+
 namespace {
 
 // The emulator's words (in cross builds), the program and its arguments.
-std::vector<std::string> command_of(const char *program, const std::vector<std::string> &args) {
-    std::vector<std::string> words;
+GStrv argv_of(const char *program, const std::vector<std::string> &args) {
+    GPtrArray *words = g_ptr_array_new();
 #ifdef JAXEL_TOOL_EMULATOR
-    gchar **emulator = g_strsplit(JAXEL_TOOL_EMULATOR, " ", -1);
-    words.assign(emulator, emulator + g_strv_length(emulator));
-    g_strfreev(emulator);
+    g_auto(GStrv) emulator = g_strsplit(JAXEL_TOOL_EMULATOR, " ", -1);
+    for (gchar **word = emulator; *word != nullptr; ++word)
+        g_ptr_array_add(words, g_strdup(*word));
 #endif
-    words.push_back(program);
-    words.insert(words.end(), args.begin(), args.end());
-    return words;
-}
-
-std::vector<char *> argv_of(std::vector<std::string> &words) {
-    std::vector<char *> argv;
-    for (std::string &word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
-    return argv;
+    g_ptr_array_add(words, g_strdup(program));
+    for (const std::string &arg : args)
+        g_ptr_array_add(words, g_strdup(arg.c_str()));
+    g_ptr_array_add(words, nullptr);
+    return reinterpret_cast<GStrv>(g_ptr_array_free(words, FALSE));
 }
 
 }  // namespace
 
 int start_tool(const char *program, const std::vector<std::string> &args) {
-    std::vector<std::string> words = command_of(program, args);
+    g_auto(GStrv) argv = argv_of(program, args);
     GPid pid = 0;
-    return g_spawn_async(nullptr, argv_of(words).data(), nullptr,
+    return g_spawn_async(nullptr, argv, nullptr,
                          static_cast<GSpawnFlags>(G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_SEARCH_PATH),
                          nullptr, nullptr, &pid, nullptr)
                ? pid
@@ -63,17 +54,16 @@ int start_tool(const char *program, const std::vector<std::string> &args) {
 }
 
 ToolRun run_tool(const char *program, const std::vector<std::string> &args) {
-    std::vector<std::string> words = command_of(program, args);
+    g_auto(GStrv) argv = argv_of(program, args);
     ToolRun run;
-    gchar *out = nullptr;
+    g_autofree gchar *out = nullptr;
     int status = 0;
-    if (g_spawn_sync(nullptr, argv_of(words).data(), nullptr,
+    if (g_spawn_sync(nullptr, argv, nullptr,
                      static_cast<GSpawnFlags>(G_SPAWN_STDERR_TO_DEV_NULL | G_SPAWN_SEARCH_PATH),
                      nullptr, nullptr, &out, nullptr, &status, nullptr)) {
         run.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         run.out = out;
     }
-    g_free(out);
     return run;
 }
 
@@ -85,9 +75,8 @@ std::map<std::string, std::string> all_files() {
             const std::string path = std::string(dir) + "/" + name;
             files[path] = read_file(path);
         }
-        if (listing != nullptr) {
+        if (listing != nullptr)
             g_dir_close(listing);
-        }
     }
     return files;
 }

@@ -110,13 +110,11 @@ int set_up(const Row &row) {
 // The call (with !call a start-up) cut before step `cut`; with cut 0 it
 // returns the number of steps.
 int run_cut(const Row &row, CrashModel model, int cut, bool call) {
-    if (call && register_items("app", items_of(row)) != JX_OK) {
+    if (call && register_items("app", items_of(row)) != JX_OK)
         return 251;
-    }
     PowerLoss power(model, cut);
-    if (!call) {
+    if (!call)
         return register_items("app", items_of(row)) == JX_OK ? 0 : 252;
-    }
     return act(row) == 0 ? std::min(power.steps(), 250) : 253;
 }
 
@@ -131,12 +129,10 @@ bool record_pending() {
 }
 
 int judge(const Row &row, const std::string &old, const std::string &now) {
-    if (register_items("app", items_of(row)) != JX_OK || !open_handle("x", "r")) {
+    if (register_items("app", items_of(row)) != JX_OK || !open_handle("x", "r"))
         return kUnopenable;
-    }
-    if (record_pending()) {
+    if (record_pending())
         return kRecordLeft;
-    }
     const std::string save = tier_path("app", "x", 1);
     for (const std::string &file : {row.target, save, save + ".bak", kWork + ".bak"}) {
         if (exists(file + ".sha256") &&
@@ -258,9 +254,8 @@ TEST(DamagedRecord, IsDroppedByTheOpenAndTheFileLeftAlone) {
         apply(record);
         reset_sandbox();
         EXPECT_EQ(in_child([&] {
-                      if (set_up({"", nullptr, nullptr}) != 0) {
+                      if (set_up({"", nullptr, nullptr}) != 0)
                           return 1;
-                      }
                       std::filesystem::create_directories(path.substr(0, path.rfind('/')));
                       write_file(path, record);
                       return open_handle("x", "r") ? 0 : 2;
