@@ -4,7 +4,6 @@
 
 #include <json-glib/json-glib.h>
 
-#include "support/oracle.h"
 #include "tools_fixture.h"
 
 namespace {
@@ -19,34 +18,33 @@ struct Row {
     std::vector<std::string> args;
     int exit;
     const char *shows;  // a piece of the text output
-    const char *work;   // "a"'s working copy afterwards, null: unchanged
-    const char *durable;
+    const char *after;  // "a"'s working and durable copies afterwards, null: unchanged
 };
 
 const Row kRows[] = {
-    {kNone, {"status"}, 0, "working=ok durable=ok backup=ok in_step=yes", "alpha", "alpha"},
-    {kNone, {"verify", kWork}, 0, "md_a E working=ok", nullptr, nullptr},
-    {kWorking, {"verify"}, 4, "working=mismatch", nullptr, nullptr},
-    {kSaved, {"verify"}, 4, "durable=mismatch", nullptr, nullptr},
-    {kWorking, {"repair"}, 1, "action=rebuild-working-from-durable", "alpha", "alpha"},
-    {kWorking, {"repair", "-n"}, 4, "action=would-rebuild-working-from-durable", nullptr, nullptr},
-    {kSaved, {"repair"}, 1, "action=repair-durable-from-backup", "alpha", "alpha"},
-    {kSaved, {"sync"}, 1, "action=synced", "alpha", "alpha"},
-    {kNoDurable, {"sync"}, 1, "durable=ok backup=ok in_step=yes action=synced", "alpha", "alpha"},
-    {kAhead, {"sync", "-n"}, 4, "in_step=no action=would-sync", nullptr, nullptr},
-    {kAhead, {"sync", kWork}, 1, "action=synced", "beta", "beta"},
-    {kWorking, {"sync"}, 4, "action=unverified", nullptr, nullptr},
-    {kBusy, {"--wait=1", "status"}, 8, "working=busy", nullptr, nullptr},
-    {kBusy, {"--wait=1", "sync"}, 8, "action=busy", nullptr, nullptr},
-    {kReboot, {"repair"}, 8, "", nullptr, nullptr},
-    {kReboot, {"sync", "-n"}, 8, "action=rebooting", nullptr, nullptr},
-    {kDir, {"factory", "/opt/ulx/factory"}, 1, "f.conf F working=ok", "alpha", "alpha"},
-    {kDir, {"factory", "-n", "/opt/ulx/factory"}, 4, "action=would-restore", nullptr, nullptr},
-    {kNone, {"table", "--check"}, 0, "", nullptr, nullptr},
-    {kJunk, {"table", "--check"}, 4, "table damaged: ", nullptr, nullptr},
-    {kDup, {"table", "--check"}, 4, "duplicate src /opt/ulx/pram/md_a", nullptr, nullptr},
-    {kNone, {"status", "-n"}, 16, "", nullptr, nullptr},
-    {kNone, {"bogus"}, 16, "", nullptr, nullptr},
+    {kNone, {"status"}, 0, "working=ok durable=ok backup=ok in_step=yes", "alpha"},
+    {kNone, {"verify", kWork}, 0, "md_a E working=ok", nullptr},
+    {kWorking, {"verify"}, 4, "working=mismatch", nullptr},
+    {kSaved, {"verify"}, 4, "durable=mismatch", nullptr},
+    {kWorking, {"repair"}, 1, "action=rebuild-working-from-durable", "alpha"},
+    {kWorking, {"repair", "-n"}, 4, "action=would-rebuild-working-from-durable", nullptr},
+    {kSaved, {"repair"}, 1, "action=repair-durable-from-backup", "alpha"},
+    {kSaved, {"sync"}, 1, "action=synced", "alpha"},
+    {kNoDurable, {"sync"}, 1, "durable=ok backup=ok in_step=yes action=synced", "alpha"},
+    {kAhead, {"sync", "-n"}, 4, "in_step=no action=would-sync", nullptr},
+    {kAhead, {"sync", kWork}, 1, "action=synced", "beta"},
+    {kWorking, {"sync"}, 4, "action=unverified", nullptr},
+    {kBusy, {"--wait=1", "status"}, 8, "working=busy", nullptr},
+    {kBusy, {"--wait=1", "sync"}, 8, "action=busy", nullptr},
+    {kReboot, {"repair"}, 8, "", nullptr},
+    {kReboot, {"sync", "-n"}, 8, "action=rebooting", nullptr},
+    {kDir, {"factory", "/opt/ulx/factory"}, 1, "f.conf F working=ok", "alpha"},
+    {kDir, {"factory", "-n", "/opt/ulx/factory"}, 4, "action=would-restore", nullptr},
+    {kNone, {"table", "--check"}, 0, "", nullptr},
+    {kJunk, {"table", "--check"}, 4, "table damaged: ", nullptr},
+    {kDup, {"table", "--check"}, 4, "duplicate src /opt/ulx/pram/md_a", nullptr},
+    {kNone, {"status", "-n"}, 16, "", nullptr},
+    {kNone, {"bogus"}, 16, "", nullptr},
 };
 
 int g_held = -1;
@@ -122,10 +120,10 @@ TEST_F(CtlTest, CommandsTable) {
         }
         if (row.damage == kDir && row.exit == 1) {
             EXPECT_EQ(files.at(kFactoryLive), "f");
-        } else if (row.work != nullptr) {
-            EXPECT_EQ(files.at(kWork), row.work);
-            EXPECT_EQ(files.at(kDurable), row.durable);
-            EXPECT_EQ(files.at(kDurable + ".sha256"), side_file_text(row.durable));
+        } else if (row.after != nullptr) {
+            EXPECT_EQ(files.at(kWork), row.after);
+            EXPECT_EQ(files.at(kDurable), row.after);
+            EXPECT_EQ(files.at(kDurable + ".sha256"), side_file_text(row.after));
         } else {
             EXPECT_EQ(files, before) << "a dry or failing run changes nothing";
         }

@@ -8,7 +8,6 @@
 
 #include "recovery/recovery.h"
 #include "service.h"
-#include "support/io_faults.h"
 #include "syncd_state.h"
 #include "table_snapshot.h"
 #include "tools_fixture.h"
@@ -28,12 +27,6 @@ bool within_ms(int64_t ms, Done done) {
         if (g_get_monotonic_time() > deadline)
             return false;
     return true;
-}
-
-jx::RegItem item_a() {
-    jx::tools::TableSnapshot snapshot;
-    EXPECT_EQ(jx::tools::take_snapshot(1000, snapshot), jx::tools::SnapshotResult::kOk);
-    return jx::tools::select_items(snapshot, {kWork.c_str()}).at(0);
 }
 
 class SyncdTest : public SandboxTest {};
@@ -96,7 +89,9 @@ TEST_F(SyncdTest, CrashDuringSyncLeavesAPairThatVerifies) {
     lay_registered("alpha");
     ASSERT_EQ(run_tool(JAXELCTL_PATH, {"sync"}).exit, 1);
     write_through_library("a", "beta");
-    const jx::RegItem item = item_a();
+    jx::tools::TableSnapshot snapshot;
+    ASSERT_EQ(jx::tools::take_snapshot(1000, snapshot), jx::tools::SnapshotResult::kOk);
+    const jx::RegItem item = jx::tools::select_items(snapshot, {kWork.c_str()}).at(0);
     const auto laid = all_files();
     for (int nth = 1;; ++nth) {
         SCOPED_TRACE(nth);

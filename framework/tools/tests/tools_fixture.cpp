@@ -1,5 +1,6 @@
 #include "tools_fixture.h"
 
+#include <filesystem>
 #include <sys/wait.h>
 
 #include <glib.h>
@@ -69,15 +70,10 @@ ToolRun run_tool(const char *program, const std::vector<std::string> &args) {
 
 std::map<std::string, std::string> all_files() {
     std::map<std::string, std::string> files;
-    for (const char *dir : {"/opt/ulx/pram", "/opt/ulx/save", "/opt/ulx/pflash"}) {
-        GDir *listing = g_dir_open(dir, 0, nullptr);
-        for (const char *name; listing != nullptr && (name = g_dir_read_name(listing));) {
-            const std::string path = std::string(dir) + "/" + name;
-            files[path] = read_file(path);
-        }
-        if (listing != nullptr)
-            g_dir_close(listing);
-    }
+    std::error_code err;  // a missing directory lists nothing
+    for (const char *dir : {"/opt/ulx/pram", "/opt/ulx/save", "/opt/ulx/pflash"})
+        for (const auto &entry : std::filesystem::directory_iterator(dir, err))
+            files[entry.path().string()] = read_file(entry.path().string());
     return files;
 }
 

@@ -6,8 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "support/builders.h"
-#include "support/sandbox.h"
+#include "support/support.h"
 
 namespace jx::test {
 

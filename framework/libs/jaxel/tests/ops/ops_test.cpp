@@ -8,19 +8,13 @@
 #include <unistd.h>
 
 #include "journal/journal.h"
-#include "support/builders.h"
-#include "support/io_faults.h"
-#include "support/lock_holder.h"
-#include "support/log_capture.h"
-#include "support/oracle.h"
-#include "support/sandbox.h"
+#include "support/support.h"
 
 namespace jx::test {
 namespace {
 
 #define CALL(expr) [&]() -> int32_t { return static_cast<int32_t>(expr); }
 #define EIO_P "5(Input/output error)"
-#define EIO_B "err[5:Input/output error]."
 
 using Op = std::function<int32_t()>;
 const std::string kData = "/opt/ulx/pram/m_d", kPlain = "/opt/ulx/pram/m_p";

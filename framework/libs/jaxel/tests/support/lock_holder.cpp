@@ -26,13 +26,6 @@ int open_descriptor_count() {
     return static_cast<int>(std::distance(fds, std::filesystem::directory_iterator()));
 }
 
-bool lock_free_now(const std::string &path) {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    const bool free = fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) == 0;
-    (void)(fd >= 0 && close(fd));
-    return free;
-}
-
 [[noreturn]] void run_caller(int report_fd, const std::string &path,
                              const std::function<int32_t()> &call) {
     g_report_fd = report_fd;
@@ -49,6 +42,13 @@ bool lock_free_now(const std::string &path) {
 }
 
 }  // namespace
+
+bool lock_free_now(const std::string &path) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const bool free = fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) == 0;
+    (void)(fd >= 0 && close(fd));
+    return free;
+}
 
 LockWait call_under_lock(const std::string &path, const std::function<int32_t()> &call) {
     LockWait outcome;
