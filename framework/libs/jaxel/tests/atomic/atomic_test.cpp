@@ -13,11 +13,7 @@
 
 #include "journal/journal.h"
 #include "journal/record.h"
-#include "support/builders.h"
-#include "support/io_faults.h"
-#include "support/oracle.h"
-#include "support/power_loss.h"
-#include "support/sandbox.h"
+#include "support/support.h"
 
 namespace jx::test {
 namespace {
@@ -57,6 +53,13 @@ int write_back_keys(JxFile *) {
     return close(fd) | rc;
 }
 
+int register_y(JxFile *) { return register_items("app", {item_cfg("y", JX_PROTECT_E)}); }
+
+template <const char *kPath>
+int set_new(JxFile *) {
+    return jx_set_content(kPath, "new", 3);
+}
+
 const Row kCalls[] = {
     {"append", "a", [](JxFile *f) { return write_text(f, "new") - 3; }},
     {"truncate", "w", [](JxFile *f) { return write_text(f, "fresh") - 5; }, ""},
@@ -66,27 +69,21 @@ const Row kCalls[] = {
     {"modify", "r+", [](JxFile *f) { return jx_modify("XY", 2, 0, 1, f); }},
     {"clear", nullptr, [](JxFile *) { return jx_clear_file("x"); }},
     {"rollover", "a", [](JxFile *f) { return write_text(f, "new") - 3; }, nullptr, kWork, 4, "EC"},
-    {"set_pram", nullptr, [](JxFile *) { return jx_set_content(kPram, "new", 3); }, nullptr, kPram,
-     0, "E"},
-    {"set_save", nullptr, [](JxFile *) { return jx_set_content(kSave, "new", 3); }, nullptr, kSave,
-     0, "E"},
-    {"set_flash", nullptr, [](JxFile *) { return jx_set_content(kFlash, "new", 3); }, nullptr,
-     kFlash, 0, "E"},
+    {"set_pram", nullptr, set_new<kPram>, nullptr, kPram, 0, "E"},
+    {"set_save", nullptr, set_new<kSave>, nullptr, kSave, 0, "E"},
+    {"set_flash", nullptr, set_new<kFlash>, nullptr, kFlash, 0, "E"},
     {"key_file_write_back", nullptr, write_back_keys, nullptr, kKeys, 0, "E"},
-    {"registration", nullptr,
-     [](JxFile *) { return register_items("app", {item_cfg("y", JX_PROTECT_E)}); }, nullptr,
-     "/opt/ulx/pram/fsync_reg.ini", 0, "E"},
+    {"registration", nullptr, register_y, nullptr, "/opt/ulx/pram/fsync_reg.ini", 0, "E"},
 };
 
 std::vector<Row> all_rows() {
     std::vector<Row> rows;
-    for (const Row &call : kCalls) {
+    for (const Row &call : kCalls)
         for (const char letter : std::string(call.modes)) {
             rows.push_back(call);
             rows.back().name += std::string("_") + letter;
             rows.back().mode = static_cast<uint32_t>(std::string("RCESP").find(letter));
         }
-    }
     return rows;
 }
 
@@ -110,13 +107,11 @@ int set_up(const Row &row) {
 // The call (with !call a start-up) cut before step `cut`; with cut 0 it
 // returns the number of steps.
 int run_cut(const Row &row, CrashModel model, int cut, bool call) {
-    if (call && register_items("app", items_of(row)) != JX_OK) {
+    if (call && register_items("app", items_of(row)) != JX_OK)
         return 251;
-    }
     PowerLoss power(model, cut);
-    if (!call) {
+    if (!call)
         return register_items("app", items_of(row)) == JX_OK ? 0 : 252;
-    }
     return act(row) == 0 ? std::min(power.steps(), 250) : 253;
 }
 
@@ -131,12 +126,10 @@ bool record_pending() {
 }
 
 int judge(const Row &row, const std::string &old, const std::string &now) {
-    if (register_items("app", items_of(row)) != JX_OK || !open_handle("x", "r")) {
+    if (register_items("app", items_of(row)) != JX_OK || !open_handle("x", "r"))
         return kUnopenable;
-    }
-    if (record_pending()) {
+    if (record_pending())
         return kRecordLeft;
-    }
     const std::string save = tier_path("app", "x", 1);
     for (const std::string &file : {row.target, save, save + ".bak", kWork + ".bak"}) {
         if (exists(file + ".sha256") &&
@@ -233,11 +226,10 @@ void reseal(std::string &record) {
 // the file as it was. An intact one is applied.
 TEST(DamagedRecord, IsDroppedByTheOpenAndTheFileLeftAlone) {
     const std::string fresh = "new", side = side_file_text(fresh), side_path = kWork + ".sha256";
-    const auto entry = [](const std::string &path, const std::string &data) {
-        return Transaction::Entry{true,    true, path.c_str(), data.data(), data.size(),
-                                  nullptr, 0,    data.size()};  // a whole-file write
-    };
-    const Transaction::Entry entries[] = {entry(kWork, fresh), entry(side_path, side)};
+    const Transaction::Entry entries[] = {
+        // two whole-file writes
+        {true, true, kWork.c_str(), fresh.data(), fresh.size(), nullptr, 0, fresh.size()},
+        {true, true, side_path.c_str(), side.data(), side.size(), nullptr, 0, side.size()}};
     std::size_t length = 0;
     const GPtr<uint8_t> intact = redo::encode(entries, 2, length);
     ASSERT_TRUE(intact);
@@ -258,9 +250,8 @@ TEST(DamagedRecord, IsDroppedByTheOpenAndTheFileLeftAlone) {
         apply(record);
         reset_sandbox();
         EXPECT_EQ(in_child([&] {
-                      if (set_up({"", nullptr, nullptr}) != 0) {
+                      if (set_up({"", nullptr, nullptr}) != 0)
                           return 1;
-                      }
                       std::filesystem::create_directories(path.substr(0, path.rfind('/')));
                       write_file(path, record);
                       return open_handle("x", "r") ? 0 : 2;

@@ -1,10 +1,7 @@
 #include <unistd.h>
 
 #include "frame/shell.h"
-#include "support/builders.h"
-#include "support/log_capture.h"
-#include "support/oracle.h"
-#include "support/sandbox.h"
+#include "support/support.h"
 
 namespace {
 

@@ -1,10 +1,6 @@
 #include <cerrno>
 
-#include "support/builders.h"
-#include "support/io_faults.h"
-#include "support/log_capture.h"
-#include "support/oracle.h"
-#include "support/sandbox.h"
+#include "support/support.h"
 
 namespace jx::test {
 namespace {

@@ -2,10 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "support/builders.h"
-#include "support/log_capture.h"
-#include "support/oracle.h"
-#include "support/sandbox.h"
+#include "support/support.h"
 
 namespace {
 

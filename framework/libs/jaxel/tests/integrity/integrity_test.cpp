@@ -3,10 +3,7 @@
 
 #include "journal/journal.h"
 
-#include "support/builders.h"
-#include "support/io_faults.h"
-#include "support/oracle.h"
-#include "support/sandbox.h"
+#include "support/support.h"
 
 namespace {
 

@@ -1,22 +1,12 @@
 #include <fcntl.h>
-#include <sys/file.h>
 
-#include "support/builders.h"
-#include "support/io_faults.h"
-#include "support/log_capture.h"
-#include "support/oracle.h"
-#include "support/sandbox.h"
+#include "support/support.h"
 
 namespace jx::test {
 namespace {
 
 const std::string kKey = "/opt/ulx/pram/app_net.ini", kDurable = "/opt/ulx/save/app_net.ini";
 const char kLock[] = "/opt/ulx/pram/app.lock";
-
-// Asked from another process, which must not get the lock at once.
-bool locked_elsewhere() {
-    return in_child([] { return flock(open(kLock, O_RDONLY), LOCK_EX | LOCK_NB) != 0; }) == 1;
-}
 
 std::string addr_of(GKeyFile *key) {
     g_autofree gchar *value = key ? g_key_file_get_string(key, "net", "addr", nullptr) : nullptr;
@@ -48,9 +38,9 @@ TEST_F(SandboxTest, KeyFileOpenValidatesRepairsHoldsAndWritesBack) {
         GKeyFile *key = jx_open_key_file(path.c_str(), fd, hold);
         EXPECT_EQ(addr_of(key), addr);
         EXPECT_EQ((log.messages().empty() ? "" : log.messages().back()).rfind(message, 0), 0u);
-        EXPECT_EQ(locked_elsewhere(), key && hold);
+        EXPECT_EQ(!lock_free_now(kLock), key && hold);
         jx_close_key_file(key, fd, hold);
-        EXPECT_FALSE(locked_elsewhere()) << content;
+        EXPECT_TRUE(lock_free_now(kLock)) << content;
     }
     IoFaults faults;
     EXPECT_EQ(jx_open_key_file("/opt/ulx/pram_/app_net.ini", fd, 1), nullptr);

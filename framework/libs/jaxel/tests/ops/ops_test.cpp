@@ -8,19 +8,13 @@
 #include <unistd.h>
 
 #include "journal/journal.h"
-#include "support/builders.h"
-#include "support/io_faults.h"
-#include "support/lock_holder.h"
-#include "support/log_capture.h"
-#include "support/oracle.h"
-#include "support/sandbox.h"
+#include "support/support.h"
 
 namespace jx::test {
 namespace {
 
 #define CALL(expr) [&]() -> int32_t { return static_cast<int32_t>(expr); }
 #define EIO_P "5(Input/output error)"
-#define EIO_B "err[5:Input/output error]."
 
 using Op = std::function<int32_t()>;
 const std::string kData = "/opt/ulx/pram/m_d", kPlain = "/opt/ulx/pram/m_p";
@@ -74,7 +68,8 @@ TEST_F(OpsTest, ArgumentCodesLockWaitsRebootRefusalAndFailedSteps) {
     // d is protected (mode R), p is plain (mode C).
     ASSERT_EQ(register_items("m", {item_cfg("d", JX_PROTECT_R), item_cfg("p", 1)}), 0);
     JxItemCfg log_cfg = item_cfg("l", JX_PROTECT_C, 0, kLog.c_str());
-    JxItemCfg extra = item_cfg("x", JX_PROTECT_R), bad_mode = item_cfg("b", 6);
+    JxItemCfg extra = item_cfg("x", JX_PROTECT_R), bad_mode = item_cfg("b", 6),
+              unnamed = item_cfg(nullptr, 1);
     const Handle data = open_handle("d", "a+"), plain = open_handle("p", "a+"),
                  logh(jx_fopen_log_file(&log_cfg, "a"), jx_fclose_log_file);
     ASSERT_TRUE(data && plain && logh);
@@ -83,13 +78,11 @@ TEST_F(OpsTest, ArgumentCodesLockWaitsRebootRefusalAndFailedSteps) {
     JxFile *h = data.get();
     const std::string kInvalid = "input para invalid: ";
     const std::tuple<Op, int32_t, std::vector<std::string>> rows[] = {
-        {CALL(jx_set_module_name(nullptr)), JX_ERR_PARAM1, {"input para invalid: name."}},
+        {CALL(jx_set_module_name(nullptr)), JX_ERR_PARAM1, {kInvalid + "name."}},
         {CALL(jx_init(&extra, 0)),
          JX_ERR_PARAM2,
-         {"input para invalid: count.", "jx_init_cfg failed: ret -3999999."}},
-        {CALL(jx_init_cfg(std::vector{item_cfg(nullptr, 1)}.data(), 1, "m")),
-         JX_ERR_PARAM1,
-         {"input para invalid: cfg[0].short_name."}},
+         {kInvalid + "count.", "jx_init_cfg failed: ret -3999999."}},
+        {CALL(jx_init_cfg(&unnamed, 1, "m")), JX_ERR_PARAM1, {kInvalid + "cfg[0].short_name."}},
         {CALL(jx_fwrite(nullptr, 1, 1, h)), JX_ERR_PARAM1, {"invalid input para: ptr is NULL."}},
         {CALL(jx_fwrite("x", 1, 1, &closed)), JX_ERR_PARAM4, {kNullStream}},
         {CALL(jx_sync_privilege(kLog.c_str(), "")), JX_ERR_PARAM2, {}},
@@ -119,9 +112,9 @@ TEST_F(OpsTest, ArgumentCodesLockWaitsRebootRefusalAndFailedSteps) {
         {CALL(in_child([] { return alarm(20), !jx_open_key_file("/opt/ulx/pram/k", INT_MAX, 0); })),
          1,
          {}},
-        {CALL(jx_fopen_file(nullptr, "m", "r") != nullptr), 0, {"input para invalid: short_name."}},
-        {CALL(jx_fopen_file("d", "m", nullptr) != nullptr), 0, {"input para invalid: mode."}},
-        {CALL(jx_fopen_log_file(nullptr, "a") != nullptr), 0, {"input para invalid: jx_info."}},
+        {CALL(jx_fopen_file(nullptr, "m", "r") != nullptr), 0, {kInvalid + "short_name."}},
+        {CALL(jx_fopen_file("d", "m", nullptr) != nullptr), 0, {kInvalid + "mode."}},
+        {CALL(jx_fopen_log_file(nullptr, "a") != nullptr), 0, {kInvalid + "jx_info."}},
     };
     for (const auto &[call, code, lines] : rows) {
         SCOPED_TRACE(code);

@@ -2,11 +2,7 @@
 #include <cerrno>
 
 #include "recovery/recovery.h"
-#include "support/builders.h"
-#include "support/io_faults.h"
-#include "support/log_capture.h"
-#include "support/oracle.h"
-#include "support/sandbox.h"
+#include "support/support.h"
 
 namespace {
 

@@ -1,9 +1,6 @@
 #include <cstring>
-#include <unistd.h>
 
-#include "support/builders.h"
-#include "support/log_capture.h"
-#include "support/sandbox.h"
+#include "support/support.h"
 
 namespace {
 

@@ -20,10 +20,9 @@ TEST_F(SandboxTest, TableIndexAnswersAsGKeyFileOnGeneratedTables) {
     const char *path = "/opt/ulx/pram/table.ini";
     for (int table = 0; table < 500; ++table) {
         std::string parts[2] = {table % 4 != 0 ? "[F0]\n" : "", ""};
-        for (int line = random() % 24, at = 0; line > 0; --line, at = at || random() % 3 == 0) {
+        for (int line = random() % 24, at = 0; line > 0; --line, at = at || random() % 3 == 0)
             (parts[at] += lines[random() % (random() % 8 ? 15 : g_strv_length(lines))]) +=
                 line > 1 || table % 5 ? "\n" : "";
-        }
         RegIndex index;
         for (const std::string &tail : {std::string(), parts[1]}) {
             write_file(path, parts[0] + tail);  // the same file, grown

@@ -3,11 +3,7 @@
 #include <cstdlib>
 #include <unistd.h>
 
-#include "support/builders.h"
-#include "support/io_faults.h"
-#include "support/log_capture.h"
-#include "support/oracle.h"
-#include "support/sandbox.h"
+#include "support/support.h"
 
 namespace {
 

@@ -5,9 +5,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "support/builders.h"
-#include "support/oracle.h"
-#include "support/sandbox.h"
+#include "support/support.h"
 
 namespace {
 

@@ -38,13 +38,11 @@ int32_t write_text(JxFile *handle, const std::string &text) {
 
 int in_child(const std::function<int()> &body) {
     const pid_t pid = fork();
-    if (pid == 0) {
+    if (pid == 0)
         _exit(body());
-    }
     int status = 0;
-    if (pid < 0 || waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) {
+    if (pid < 0 || waitpid(pid, &status, 0) != pid || !WIFEXITED(status))
         return -1;
-    }
     return WEXITSTATUS(status);
 }
 

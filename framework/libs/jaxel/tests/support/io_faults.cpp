@@ -24,24 +24,19 @@ Rule g_rules[static_cast<int>(Call::kCount)];
 Io g_saved;
 
 // The hooked entries, in the order of Call.
-constexpr auto kEntries = std::make_tuple(
-    &Io::open, &Io::fopen, &Io::fwrite, &Io::fputc, &Io::fflush, &Io::fsync, &Io::ftruncate,
-    &Io::unlink, &Io::chmod, &Io::fchmod, &Io::chown, &Io::fchown, &Io::flock, &Io::run, &Io::delay,
-    &Io::pflash_open, &Io::pflash_write, &Io::pflash_get_contents, &Io::pflash_recover_file,
-    &Io::fclose, &Io::close, &Io::fseek, &Io::write, &Io::pwrite, &Io::rename, &Io::mkdir);
-static_assert(std::tuple_size_v<decltype(kEntries)> == static_cast<int>(Call::kCount));
+#define JX_TEST_IO_MEMBER(name, member) &Io::member
+constexpr std::tuple kEntries{JX_TEST_HOOKED_CALLS(JX_TEST_IO_MEMBER)};
+#undef JX_TEST_IO_MEMBER
 
 // Counts the call; fails it (errno set) or ends the process as its rule says.
 template <Call kCall, auto kEntry, typename R, typename... A>
 R hooked(A... args) {
     Rule &rule = g_rules[static_cast<int>(kCall)];
     const int n = ++rule.count;
-    if (rule.crash_at == n) {
+    if (rule.crash_at == n)
         _exit(kCrashExitStatus);
-    }
-    if (rule.fail_at == 0 || n < rule.fail_at || (n > rule.fail_at && !rule.sticky)) {
+    if (rule.fail_at == 0 || n < rule.fail_at || (n > rule.fail_at && !rule.sticky))
         return (g_saved.*kEntry)(args...);
-    }
     errno = rule.err;
     if constexpr (std::is_void_v<R>) {
         (g_saved.*kEntry)(args...);

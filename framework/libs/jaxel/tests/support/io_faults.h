@@ -5,35 +5,20 @@
 
 namespace jx::test {
 
-enum class Call {
-    kOpen,
-    kFopen,
-    kFwrite,
-    kFputc,
-    kFflush,
-    kFsync,
-    kFtruncate,
-    kUnlink,
-    kChmod,
-    kFchmod,
-    kChown,
-    kFchown,
-    kFlock,
-    kRun,
-    kDelay,
-    kPflashOpen,
-    kPflashWrite,
-    kPflashGetContents,
-    kPflashRecover,
-    kFclose,
-    kClose,
-    kFseek,
-    kWrite,
-    kPwrite,
-    kRename,
-    kMkdir,
-    kCount
-};
+// The seam entries a test can count, fail or crash before: the Call name and
+// the Io member it hooks.
+#define JX_TEST_HOOKED_CALLS(X)                                                                   \
+    X(kOpen, open), X(kFopen, fopen), X(kFwrite, fwrite), X(kFputc, fputc), X(kFflush, fflush),   \
+        X(kFsync, fsync), X(kFtruncate, ftruncate), X(kUnlink, unlink), X(kChmod, chmod),         \
+        X(kFchmod, fchmod), X(kChown, chown), X(kFchown, fchown), X(kFlock, flock), X(kRun, run), \
+        X(kDelay, delay), X(kPflashOpen, pflash_open), X(kPflashWrite, pflash_write),             \
+        X(kPflashGetContents, pflash_get_contents), X(kPflashRecover, pflash_recover_file),       \
+        X(kFclose, fclose), X(kClose, close), X(kFseek, fseek), X(kWrite, write),                 \
+        X(kPwrite, pwrite), X(kRename, rename), X(kMkdir, mkdir)
+
+#define JX_TEST_CALL_NAME(name, member) name
+enum class Call { JX_TEST_HOOKED_CALLS(JX_TEST_CALL_NAME), kCount };
+#undef JX_TEST_CALL_NAME
 
 // Exit status of a process ended by crash_before.
 inline constexpr int kCrashExitStatus = 86;

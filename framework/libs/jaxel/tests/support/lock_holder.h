@@ -17,6 +17,9 @@ struct LockWait {
     bool ran = false;       // the child finished and reported
 };
 
+// Whether a new open of `path` could lock it at once (flock: even in this process).
+bool lock_free_now(const std::string &path);
+
 // Holds an exclusive flock on `path` in this process, then runs `call` in a
 // forked child (so set-up done before, such as an open handle, is inherited).
 // The child's first lock-retry delay proves it is waiting; only then is the

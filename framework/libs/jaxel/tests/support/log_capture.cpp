@@ -37,7 +37,8 @@ void capture(int priority, const char *format, ...) {
 LogCapture::LogCapture() {
     g_saved = io().syslog;
     io().syslog = capture;
-    clear();
+    std::lock_guard<std::mutex> hold(g_mutex);
+    g_records.clear();
 }
 
 LogCapture::~LogCapture() { io().syslog = g_saved; }
@@ -55,11 +56,6 @@ std::vector<std::string> LogCapture::messages() const {
 
 bool LogCapture::contains(const std::string &message) const {
     return std::ranges::count(messages(), message) > 0;
-}
-
-void LogCapture::clear() {
-    std::lock_guard<std::mutex> hold(g_mutex);
-    g_records.clear();
 }
 
 }  // namespace jx::test

@@ -22,7 +22,6 @@ public:
     std::vector<LogRecord> records() const;
     std::vector<std::string> messages() const;
     bool contains(const std::string &message) const;
-    void clear();
 };
 
 }  // namespace jx::test

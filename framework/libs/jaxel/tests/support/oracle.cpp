@@ -5,11 +5,9 @@
 namespace jx::test {
 
 std::string sha256_hex(const std::string &bytes) {
-    gchar *hex = g_compute_checksum_for_data(
+    g_autofree gchar *hex = g_compute_checksum_for_data(
         G_CHECKSUM_SHA256, reinterpret_cast<const guchar *>(bytes.data()), bytes.size());
-    std::string text(hex);
-    g_free(hex);
-    return text;
+    return hex;
 }
 
 std::string side_file_text(const std::string &content) {

@@ -50,9 +50,8 @@ void see(const std::string &path) {
 // What a cut leaves of a file: its synced bytes, or with kStrictTorn the
 // first half of its unsynced change over them.
 std::string after_cut(const std::string &synced, const std::string &now) {
-    if (g_state->model != CrashModel::kStrictTorn) {
+    if (g_state->model != CrashModel::kStrictTorn)
         return synced;
-    }
     const auto same = static_cast<size_t>(
         std::mismatch(synced.begin(), synced.end(), now.begin(), now.end()).second - now.begin());
     const size_t cut = same + (now.size() - same) / 2;
@@ -61,9 +60,8 @@ std::string after_cut(const std::string &synced, const std::string &now) {
 
 [[noreturn]] void cut_power() {
     for (const auto &[path, durable] : g_state->files) {
-        if (g_state->model == CrashModel::kPersistentRam && !path.starts_with("/opt/ulx/save/")) {
+        if (g_state->model == CrashModel::kPersistentRam && !path.starts_with("/opt/ulx/save/"))
             continue;
-        }
         durable.linked ? write_file(path, after_cut(durable.bytes, read_file(path)))
                        : (void)::unlink(path.c_str());
     }
@@ -71,9 +69,8 @@ std::string after_cut(const std::string &synced, const std::string &now) {
 }
 
 void step() {
-    if (++g_state->steps == g_state->crash_step) {
+    if (++g_state->steps == g_state->crash_step)
         cut_power();
-    }
 }
 
 void step_on(int fd) {
@@ -83,9 +80,8 @@ void step_on(int fd) {
 
 // A stream call is a step when it may move bytes to the file.
 void step_on(FILE *stream, bool always) {
-    if (stream == nullptr || always || __fpending(stream) > 0) {
+    if (stream == nullptr || always || __fpending(stream) > 0)
         stream != nullptr ? step_on(fileno(stream)) : step();
-    }
 }
 
 int on_fsync(int fd) {
@@ -93,9 +89,8 @@ int on_fsync(int fd) {
     const int rc = real().fsync(fd);
     struct stat st {};
     const std::string path = path_of(fd);
-    if (rc != 0 || fstat(fd, &st) != 0) {
+    if (rc != 0 || fstat(fd, &st) != 0)
         return rc;
-    }
     for (auto &[file, durable] : g_state->files) {
         if (S_ISDIR(st.st_mode) && file.substr(0, file.rfind('/')) == path) {
             durable.linked = exists(file);

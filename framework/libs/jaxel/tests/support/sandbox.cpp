@@ -40,9 +40,8 @@ void reset_sandbox() {
     }
     // Both are private tmpfs mounts here, so wiping them is safe.
     (void)std::system("rm -rf /opt/ulx /dev/shm/* /dev/shm/.[!.]* 2>/dev/null");
-    for (const char *dir : {"/opt/ulx", "/opt/ulx/pram", "/opt/ulx/save", "/opt/ulx/pflash"}) {
+    for (const char *dir : {"/opt/ulx", "/opt/ulx/pram", "/opt/ulx/save", "/opt/ulx/pflash"})
         mkdir(dir, 0755);
-    }
 }
 
 void write_file(const std::string &path, const std::string &content) {
