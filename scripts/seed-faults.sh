@@ -104,10 +104,12 @@ cmake -S "$src" -B "$build" "${generator[@]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo 
 cmake --build "$build" -j"$jobs" >"$logs/build.log" 2>&1 ||
   die "the unmodified tree does not build (see $logs/build.log; SEED_KEEP=1 keeps it)"
 
-run_tests() { # LABEL LOG
+run_tests() { # LABEL LOG [CTEST-OPTION...]
+  local label=$1 log=$2
+  shift 2
   timeout --kill-after=10 "$run_timeout" \
-    ctest --test-dir "$build" -L "$(label_regex "$1")" --timeout "$test_timeout" -j"$jobs" \
-    --output-on-failure >"$2" 2>&1
+    ctest --test-dir "$build" -L "$(label_regex "$label")" --timeout "$test_timeout" -j"$jobs" \
+    --output-on-failure "$@" >"$log" 2>&1
 }
 
 # The test binaries behind each label, so a fault rebuilds only what it runs.
@@ -167,7 +169,8 @@ for i in "${selected[@]}"; do
     fi
     if ! cmake --build "$build" -j"$jobs" "${build_args[@]}" >"$logs/$id.build.log" 2>&1; then
       result=broken
-    elif run_tests "$label" "$logs/$id.test.log"; then
+    # The first failing test is enough to catch a fault.
+    elif run_tests "$label" "$logs/$id.test.log" --stop-on-failure; then
       result=missed
     else
       result=caught
