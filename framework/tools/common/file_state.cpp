@@ -47,7 +47,7 @@ bool holds_working_copy(const RegItem &item) {
 
 }  // namespace
 
-FileState inspect(const RegItem &item) {
+FileState examine(const RegItem &item) {
     FileState state;
     if (item.protect_mode == JX_PROTECT_F) {
         state.working = exists(item.src) ? CopyState::kOk : CopyState::kMissing;

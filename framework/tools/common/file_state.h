@@ -19,7 +19,7 @@ struct FileState {
 };
 
 // The caller holds the item's lock.
-FileState inspect(const RegItem &item);
+FileState examine(const RegItem &item);
 FileState busy_state();
 
 const char *state_name(CopyState state);

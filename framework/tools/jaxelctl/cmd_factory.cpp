@@ -41,7 +41,7 @@ int plan_rows(const CtlOptions &options, const char *directory, Report &report) 
         options, {}, report,
         [&](const RegItem &item, Row &row) {
             row.action = planned_action(directory, item.src);
-            row.state = inspect(item);
+            row.state = examine(item);
             bits |= row.action == std::string("none") ? 0 : 1;
             return kExitClean;
         },

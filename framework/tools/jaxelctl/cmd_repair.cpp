@@ -37,7 +37,7 @@ int32_t run_recovery(const RegItem &item, bool rebuild_working) {
 }
 
 int repair_one(const CtlOptions &options, const RegItem &item, Row &row) {
-    row.state = inspect(item);
+    row.state = examine(item);
     if (!needs_attention(row.state) || item.protect_mode == JX_PROTECT_F) {
         return kExitClean;
     }
@@ -53,7 +53,7 @@ int repair_one(const CtlOptions &options, const RegItem &item, Row &row) {
         return kExitProblems;
     }
     const int32_t rc = run_recovery(item, rebuild_working);
-    row.state = inspect(item);
+    row.state = examine(item);
     if (rc != JX_OK || needs_attention(row.state)) {
         row.action += "-failed";
         return kExitProblems;

@@ -12,7 +12,7 @@ void run_sync(const CtlOptions &options, const Paths &paths, Report &report) {
     for_each_file(options, paths, report, [&](const RegItem &item, Row &row) {
         const SyncOutcome outcome = sync_item(item, options.dry_run, nullptr);
         row.action = sync_result_name(outcome.result);
-        row.state = inspect(item);
+        row.state = examine(item);
         return sync_exit_bits(outcome.result);
     });
 }

@@ -24,7 +24,7 @@ void run_status(const CtlOptions &options, const Paths &paths, Report &report) {
     SyncdState syncd;
     const bool have_syncd = read_syncd_state(syncd);
     for_each_file(options, paths, report, [&](const RegItem &item, Row &row) {
-        row.state = inspect(item);
+        row.state = examine(item);
         if (have_syncd) {
             add_syncd_facts(syncd, row);
         }
@@ -36,7 +36,7 @@ void run_status(const CtlOptions &options, const Paths &paths, Report &report) {
 // only reported, since the sync service brings it in step after its debounce.
 void run_verify(const CtlOptions &options, const Paths &paths, Report &report) {
     for_each_file(options, paths, report, [&](const RegItem &item, Row &row) {
-        row.state = inspect(item);
+        row.state = examine(item);
         return needs_attention(row.state) ? kExitProblems : kExitClean;
     });
 }
