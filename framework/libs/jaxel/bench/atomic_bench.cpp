@@ -13,6 +13,7 @@
 #include <benchmark/benchmark.h>
 #include <openssl/evp.h>
 
+#include "append_floor.h"
 #include "support/sandbox.h"
 
 namespace {
@@ -68,23 +69,11 @@ bool atomic_append_floor(int fd, const std::string &path, std::vector<char> &con
 }
 
 void BM_ProtectedAppendAtomicFloor(benchmark::State &state) {
-    const auto size = static_cast<off_t>(state.range(0));
-    const std::string path = "/opt/ulx/pram/atomic" + std::to_string(size);
-    jx::test::write_file(path, std::string(static_cast<std::size_t>(size), 'd'));
     (void)::mkdir(kRecordDir, 0700);
-    const int fd = ::open(path.c_str(), O_RDWR);
     std::vector<char> content;
-    for (auto _ : state) {
-        if (!atomic_append_floor(fd, path, content)) {
-            state.SkipWithError("atomic floor append failed");
-            break;
-        }
-        state.PauseTiming();
-        (void)::ftruncate(fd, size);
-        state.ResumeTiming();
-    }
-    ::close(fd);
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * state.range(0));
+    jx::bench::run_append_floor(state, "atomic", [&](int fd, const std::string &path) {
+        return atomic_append_floor(fd, path, content);
+    });
 }
 BENCHMARK(BM_ProtectedAppendAtomicFloor)->Arg(4096)->Arg(64 << 10)->Arg(1 << 20);
 

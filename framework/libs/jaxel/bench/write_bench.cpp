@@ -12,6 +12,7 @@
 #include <benchmark/benchmark.h>
 #include <openssl/evp.h>
 
+#include "append_floor.h"
 #include "jaxel.h"
 #include "support/builders.h"
 #include "support/sandbox.h"
@@ -90,21 +91,7 @@ bool protected_append_floor(int fd, const std::string &path) {
 }
 
 void BM_ProtectedAppendFloor(benchmark::State &state) {
-    const auto size = static_cast<off_t>(state.range(0));
-    const std::string path = "/opt/ulx/pram/floor" + std::to_string(size);
-    jx::test::write_file(path, std::string(static_cast<std::size_t>(size), 'd'));
-    const int fd = ::open(path.c_str(), O_RDWR);
-    for (auto _ : state) {
-        if (!protected_append_floor(fd, path)) {
-            state.SkipWithError("floor append failed");
-            break;
-        }
-        state.PauseTiming();
-        (void)::ftruncate(fd, size);
-        state.ResumeTiming();
-    }
-    ::close(fd);
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * state.range(0));
+    jx::bench::run_append_floor(state, "floor", protected_append_floor);
 }
 BENCHMARK(BM_ProtectedAppendFloor)->Arg(4096)->Arg(64 << 10)->Arg(1 << 20);
 
