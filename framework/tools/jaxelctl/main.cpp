@@ -22,7 +22,7 @@ constexpr char kSummary[] =
     "  table --check         check the registration table\n"
     "Exit status, OR'ed: 0 clean, 1 fixed, 4 problems left, 8 operational error, 16 usage.";
 
-void log_to_stderr(int, const char *format, ...) {
+__attribute__((format(printf, 2, 3))) void log_to_stderr(int, const char *format, ...) {
     va_list args;
     va_start(args, format);
     std::vfprintf(stderr, format, args);

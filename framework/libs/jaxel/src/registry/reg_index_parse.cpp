@@ -39,7 +39,9 @@ Line classify(std::string_view line) {
     if (equals == std::string_view::npos) {
         return Line::kOther;
     }
-    const bool key = plain_name(line.substr(0, equals)) && plain_value(line.substr(equals + 1));
+    // GKeyFile refuses a whole file for an Encoding key it does not like.
+    const std::string_view name = line.substr(0, equals);
+    const bool key = plain_name(name) && name != "Encoding" && plain_value(line.substr(equals + 1));
     return key ? Line::kKey : Line::kOther;
 }
 

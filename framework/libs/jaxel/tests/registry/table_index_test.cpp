@@ -9,12 +9,12 @@ namespace jx::test {
 // times its last line is torn.
 TEST_F(SandboxTest, TableIndexAnswersAsGKeyFileOnGeneratedTables) {
     // 15 plain lines, then (drawn one time in eight) lines that only GKeyFile can
-    // judge: escapes, spaces, locales, junk, bad UTF-8, a key before any group.
+    // judge: escapes, spaces, locales, junk, bad UTF-8, a key before any group, encodings.
     g_auto(GStrv) lines = g_strsplit(
         "[R1]|[E2]|[Q3]|[Sx]|[C4]|src=/p/a|src=/p/b|dst=/p/a|bak=/b|privilege=12|privilege=-1|"
         "privilege=7x|privilege=|# note||[ C4]|[C4] |[]|src = /p/a|src=/p/a |src= /p/b|src=/p/\\sa|"
         "src=/p/\\qa|crc=\\n|privilege= 5|privilege=99999999999999999999|  |\t#|src[de]=/p/a|junk|"
-        "src=/p/\xff|src=/p/a\r|=v|#\xfe",
+        "src=/p/\xff|src=/p/a\r|=v|#\xfe|Encoding=UTF-8|Encoding=latin1",
         "|", -1);
     std::mt19937 random(16);
     const char *path = "/opt/ulx/pram/table.ini";
