@@ -11,4 +11,5 @@
 #include "frame/name_check.h"
 #include "frame/path.h"
 #include "frame/raii.h"
+#include "frame/sha256.h"
 #include "frame/shell.h"

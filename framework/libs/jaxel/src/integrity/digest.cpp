@@ -1,8 +1,7 @@
 #include "integrity/digest.h"
 
-#include <openssl/evp.h>
-
 #include "frame/hex.h"
+#include "frame/sha256.h"
 
 namespace jx {
 
@@ -14,13 +13,11 @@ bool sha256_hex(const void *data, std::size_t len, char out[kSha256HexSize]) noe
         }
         data = &kNoBytes;
     }
-    unsigned char md[EVP_MAX_MD_SIZE];
-    unsigned int md_len = 0;
-    if (EVP_Digest(data, len, md, &md_len, EVP_sha256(), nullptr) != 1 ||
-        static_cast<std::size_t>(md_len) * 2 != kSha256HexLen) {
+    uint8_t md[kSha256Size];
+    if (!sha256(data, len, md)) {
         return false;
     }
-    to_hex(md, md_len, out);
+    to_hex(md, kSha256Size, out);
     out[kSha256HexLen] = '\0';
     return true;
 }

@@ -3,20 +3,14 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/random.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <utility>
 
-#include <openssl/evp.h>
-
 namespace jx::redo {
-
-bool sha256(const void *data, std::size_t len, uint8_t out[kDigestSize]) noexcept {
-    unsigned int out_len = 0;
-    return EVP_Digest(data, len, out, &out_len, EVP_sha256(), nullptr) == 1 &&
-           out_len == kDigestSize;
-}
 
 namespace {
 
@@ -25,14 +19,7 @@ constexpr std::size_t kSignedHeaderSize = offsetof(Header, digest);
 // The header up to its digest, then the entry table.
 bool header_digest(const uint8_t *record, std::size_t table_size,
                    uint8_t out[kDigestSize]) noexcept {
-    EVP_MD_CTX *ctx = EVP_MD_CTX_new();
-    unsigned int out_len = 0;
-    const bool ok = ctx != nullptr && EVP_DigestInit_ex(ctx, EVP_sha256(), nullptr) == 1 &&
-                    EVP_DigestUpdate(ctx, record, kSignedHeaderSize) == 1 &&
-                    EVP_DigestUpdate(ctx, record + sizeof(Header), table_size) == 1 &&
-                    EVP_DigestFinal_ex(ctx, out, &out_len) == 1 && out_len == kDigestSize;
-    EVP_MD_CTX_free(ctx);
-    return ok;
+    return sha256({{record, kSignedHeaderSize}, {record + sizeof(Header), table_size}}, out);
 }
 
 bool parse_hex(const char *hex, uint8_t out[kDigestSize]) noexcept {
@@ -54,13 +41,34 @@ bool data_digest(const Transaction::Entry &in, uint8_t out[kDigestSize]) noexcep
     return sha256(in.data, in.len, out);
 }
 
-// Stale bytes of an earlier record must never validate as this one.
-void fill_nonce(uint8_t nonce[kNonceSize]) noexcept {
-    if (getrandom(nonce, kNonceSize, GRND_NONBLOCK) == static_cast<ssize_t>(kNonceSize)) {
+void draw_seed(uint64_t seed[2]) noexcept {
+    if (getrandom(seed, 2 * sizeof seed[0], GRND_NONBLOCK) == 2 * sizeof seed[0]) {
         return;
     }
-    const uint64_t parts[2] = {static_cast<uint64_t>(g_get_real_time()),
-                               static_cast<uint64_t>(getpid()) << 32 ^ g_random_int()};
+    seed[0] = static_cast<uint64_t>(g_get_real_time());
+    seed[1] = static_cast<uint64_t>(getpid()) << 32 ^ g_random_int();
+}
+
+std::atomic<unsigned> fork_generation{1};
+
+// Stale bytes of an earlier record must never validate as this one. Each
+// thread counts on from a random start, drawn again after a fork so parent and
+// child never share a value; one draw per thread spares a call per record.
+void fill_nonce(uint8_t nonce[kNonceSize]) noexcept {
+    static const int hooked =
+        pthread_atfork(nullptr, nullptr, [] { fork_generation.fetch_add(1); });
+    (void)hooked;
+    thread_local unsigned drawn_in = 0;
+    thread_local uint64_t seed[2] = {};
+    thread_local uint64_t counter = 0;
+    const unsigned generation = fork_generation.load();
+    if (drawn_in != generation) {
+        draw_seed(seed);
+        counter = 0;
+        drawn_in = generation;
+    }
+    const uint64_t parts[2] = {seed[0], seed[1] + ++counter};
+    static_assert(sizeof parts == kNonceSize);
     std::memcpy(nonce, parts, kNonceSize);
 }
 

@@ -15,7 +15,7 @@ namespace jx::redo {
 
 inline constexpr char kMagic[8] = {'J', 'X', 'R', 'E', 'D', 'O', '\r', '\n'};
 inline constexpr uint32_t kVersion = 1;
-inline constexpr std::size_t kDigestSize = 32;
+inline constexpr std::size_t kDigestSize = kSha256Size;
 inline constexpr std::size_t kNonceSize = 16;
 
 enum EntryKind : uint32_t { kWrite = 1, kUnlink = 2 };
@@ -40,8 +40,6 @@ struct Entry {
 };
 
 inline constexpr char kRecordDir[] = "/opt/ulx/pram/.jaxel-redo/";
-
-bool sha256(const void *data, std::size_t len, uint8_t out[kDigestSize]) noexcept;
 
 // A buffer laid out for a record of `entries` entries, `size` bytes in all.
 struct Reserved {
