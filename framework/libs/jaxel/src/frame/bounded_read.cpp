@@ -52,13 +52,14 @@ bool is_odd_node(const char *path) noexcept {
     return ::lstat(path, &st) == 0 && (!S_ISREG(st.st_mode) || st.st_nlink > 1);
 }
 
-int open_regular(const char *path, GError **error, off_t *size) noexcept {
-    if (leads_outside(path)) {
-        return fail(error, G_FILE_ERROR_PERM,
-                    g_strdup_printf("“%s” leads out of %s", shown(path).get(), kUlxDir)),
-               -1;
-    }
-    UniqueFd fd(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+namespace {
+
+GError *leads_out_error(const char *path) {
+    return g_error_new(G_FILE_ERROR, G_FILE_ERROR_PERM, "“%s” leads out of %s",
+                       shown(path).get(), kUlxDir);
+}
+
+int checked_regular(UniqueFd fd, const char *path, GError **error, off_t *size) noexcept {
     struct stat st {};
     if (!fd || ::fstat(fd.get(), &st) != 0) {
         return -1;
@@ -70,6 +71,27 @@ int open_regular(const char *path, GError **error, off_t *size) noexcept {
     }
     if (size != nullptr) {
         *size = st.st_size;
+    }
+    return fd.release();
+}
+
+}  // namespace
+
+int open_regular(const char *path, GError **error, off_t *size) noexcept {
+    if (leads_outside(path)) {
+        g_propagate_error(error, leads_out_error(path));
+        return -1;
+    }
+    return checked_regular(UniqueFd(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC)), path, error,
+                           size);
+}
+
+int open_regular_for_update(const char *path, GError **error, off_t *size) noexcept {
+    UniqueFd fd(checked_regular(
+        UniqueFd(::open(path, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)), path, error, size));
+    if (fd && opened_outside(fd.get(), path)) {
+        g_propagate_error(error, leads_out_error(path));
+        return -1;
     }
     return fd.release();
 }
@@ -106,9 +128,10 @@ bool read_regular_into(int fd, const char *path, gchar *buf, std::size_t want, s
                 g_strdup_printf("Error reading file “%s”: %s", shown(path).get(), g_strerror(e)));
 }
 
-int open_regular_reporting(const char *path, GError **error, off_t *size) noexcept {
+int open_regular_reporting(const char *path, GError **error, off_t *size,
+                           RegularOpener opener) noexcept {
     GError *refused = nullptr;
-    const int fd = open_regular(path, &refused, size);
+    const int fd = opener(path, &refused, size);
     if (fd < 0) {
         const int e = errno;
         if (refused != nullptr) {

@@ -14,6 +14,13 @@ namespace jx {
 // unset; a node that is not a regular file sets `error`.
 int open_regular(const char *path, GError **error, off_t *size = nullptr) noexcept;
 
+// open_regular for a file about to be rewritten through the same descriptor:
+// opened for reading and writing, never through a link at its end, and checked
+// to lie inside /opt/ulx on the file actually opened.
+int open_regular_for_update(const char *path, GError **error, off_t *size = nullptr) noexcept;
+
+using RegularOpener = int (*)(const char *path, GError **error, off_t *size) noexcept;
+
 // Whether path names a regular file itself (not a link, FIFO or device).
 bool is_regular_file(const char *path) noexcept;
 
@@ -28,7 +35,8 @@ bool read_regular_fd(int fd, const char *path, std::size_t limit, gchar **data, 
 
 // open_regular, with the error read_regular_file gives when the open fails;
 // size, when given, gets the length the file had when it was checked.
-int open_regular_reporting(const char *path, GError **error, off_t *size = nullptr) noexcept;
+int open_regular_reporting(const char *path, GError **error, off_t *size = nullptr,
+                           RegularOpener opener = open_regular) noexcept;
 
 // Reads the first `want` bytes of fd into buf (`got` fewer when the file ends
 // early), with the error read_regular_fd gives.

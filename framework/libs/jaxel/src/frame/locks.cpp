@@ -61,8 +61,22 @@ int32_t reboot_guard(bool log) noexcept {
     return JX_ERR_REBOOTING;
 }
 
-LibraryLock::LibraryLock() noexcept { g_mutex_lock(&g_jx_mutex); }
-LibraryLock::~LibraryLock() { g_mutex_unlock(&g_jx_mutex); }
+namespace {
+std::atomic<uint64_t> g_holds{0};
+thread_local uint64_t t_hold = 0;
+}  // namespace
+
+LibraryLock::LibraryLock() noexcept {
+    g_mutex_lock(&g_jx_mutex);
+    t_hold = ++g_holds;
+}
+
+LibraryLock::~LibraryLock() {
+    t_hold = 0;
+    g_mutex_unlock(&g_jx_mutex);
+}
+
+uint64_t library_hold() noexcept { return t_hold; }
 
 FileLock::FileLock(const LibraryLock &, int fd) noexcept : fd_(fd) { lock_fd(fd_); }
 FileLock::~FileLock() { unlock_fd(fd_); }

@@ -29,6 +29,10 @@ public:
     LibraryLock &operator=(const LibraryLock &) = delete;
 };
 
+// Non-zero while this thread holds the library mutex, and a new value at each
+// hold: what one call worked out may be reused within the same call.
+uint64_t library_hold() noexcept;
+
 class FileLock {
 public:
     FileLock(const LibraryLock &held, int fd) noexcept;

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <initializer_list>
 #include <string_view>
+#include <unistd.h>
 
 #include <glib.h>
 
@@ -89,22 +90,51 @@ bool climbs_out(const char *path, const char *area) noexcept {
     return true;
 }
 
+namespace {
+
 // The directory itself may be a link on some systems: inside is inside either
 // form of it.
-bool leads_outside(const char *path) noexcept {
-    ResolvedPath resolved;
-    ResolvedPath root;
-    if (!has_prefix(path, kUlxDir) || has_prefix(resolved_or_given(path, resolved), kUlxDir)) {
-        return false;
+bool resolved_inside(const char *resolved) noexcept {
+    if (has_prefix(resolved, kUlxDir)) {
+        return true;
     }
+    ResolvedPath root;
     const char *real_root = resolved_or_given(kUlxDir, root);
     const std::size_t root_len = std::strlen(real_root);
-    if (std::strncmp(resolved.text, real_root, root_len) == 0 &&
-        (resolved.text[root_len] == '/' || resolved.text[root_len] == '\0')) {
-        return false;
-    }
+    return std::strncmp(resolved, real_root, root_len) == 0 &&
+           (resolved[root_len] == '/' || resolved[root_len] == '\0');
+}
+
+bool refuse_outside(const char *path) noexcept {
     JX_LOG("%s refused: a link leads out of %s.", base_name(path), kUlxDir);
     return true;
+}
+
+}  // namespace
+
+bool leads_outside(const char *path) noexcept {
+    ResolvedPath resolved;
+    if (!has_prefix(path, kUlxDir) || resolved_inside(resolved_or_given(path, resolved))) {
+        return false;
+    }
+    return refuse_outside(path);
+}
+
+// One readlink of the descriptor instead of one per component of the path,
+// and no window between the check and the file it was made on.
+bool opened_outside(int fd, const char *path) noexcept {
+    if (!has_prefix(path, kUlxDir)) {
+        return false;
+    }
+    char link[32];
+    g_snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    ResolvedPath actual;
+    const ssize_t n = ::readlink(link, actual.text, sizeof actual.text - 1);
+    if (n <= 0 || static_cast<std::size_t>(n) >= sizeof actual.text - 1) {
+        return leads_outside(path);  // no /proc here: walk the path
+    }
+    actual.text[n] = '\0';
+    return !resolved_inside(actual.text) && refuse_outside(path);
 }
 
 const char *resolved_or_given(const char *path, ResolvedPath &out) noexcept {

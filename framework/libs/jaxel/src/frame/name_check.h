@@ -28,6 +28,10 @@ bool climbs_out(const char *path, const char *area) noexcept;
 // link) to a place outside it: such a path is never written, read or chmod'ed.
 bool leads_outside(const char *path) noexcept;
 
+// The same test made on the file fd has open, for a path that was opened
+// without following a link at its end.
+bool opened_outside(int fd, const char *path) noexcept;
+
 // The path with its links resolved, in `out`; the path itself when it cannot be
 // resolved (it does not exist yet).
 struct ResolvedPath {

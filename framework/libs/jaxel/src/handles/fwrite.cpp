@@ -56,11 +56,18 @@ bool log_unread(const char *path, GError *raw) noexcept {
     return false;
 }
 
-// The old content's descriptor and length, checked as a whole-file read checks them.
-bool open_old_content(const char *path, UniqueFd &fd, uint64_t &len) noexcept {
+// The old content's descriptor and length, checked as a whole-file read checks
+// them. It is opened for update, so that the commit writes through it; a file
+// that cannot be opened so (no write access, a link) is read as before and
+// left to the commit to judge.
+bool open_old_content(const char *path, UniqueFd &fd, uint64_t &len, bool &held) noexcept {
     GError *error = nullptr;
     off_t size = 0;
-    fd.reset(open_regular_reporting(path, &error, &size));
+    fd.reset(open_regular_for_update(path, &error, &size));
+    held = static_cast<bool>(fd);
+    if (!fd && error == nullptr) {
+        fd.reset(open_regular_reporting(path, &error, &size));
+    }
     if (!fd) {
         return log_unread(path, error);
     }
@@ -74,13 +81,13 @@ bool open_old_content(const char *path, UniqueFd &fd, uint64_t &len) noexcept {
 // read straight into the record buffer, so a large write needs one buffer and
 // no copy. Room is left after it for the side file. `end` is where the new
 // bytes stop.
-char *build_in_record(const WriteRequest &request, Transaction &transaction, uint64_t &len,
-                      uint64_t &end) noexcept {
+char *build_in_record(const WriteRequest &request, Transaction &transaction, UniqueFd &fd,
+                      uint64_t &len, uint64_t &end) noexcept {
     JxFile *stream = request.stream;
-    UniqueFd fd;
     uint64_t old_len = 0;
     uint64_t position = 0;
-    if ((!request.rolled && !open_old_content(stream->file_path, fd, old_len)) ||
+    bool held = false;
+    if ((!request.rolled && !open_old_content(stream->file_path, fd, old_len, held)) ||
         !write_position(stream, old_len, position)) {
         return nullptr;
     }
@@ -103,6 +110,9 @@ char *build_in_record(const WriteRequest &request, Transaction &transaction, uin
         log_unread(stream->file_path, error);
         return nullptr;
     }
+    if (held) {
+        transaction.hold(stream->file_path, fd.get());
+    }
     position = appends(stream) ? got : position;  // a file cut short under us ends earlier
     end = position + count;
     len = std::max<uint64_t>(got, end);
@@ -120,9 +130,10 @@ int32_t protected_write(const WriteRequest &request) noexcept {
         return 0;
     }
     Transaction transaction;
+    UniqueFd old_content;  // outlives the commit, which may write through it
     uint64_t len = 0;
     uint64_t end = 0;
-    const char *content = build_in_record(request, transaction, len, end);
+    const char *content = build_in_record(request, transaction, old_content, len, end);
     if (content == nullptr) {
         return 0;
     }

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,26 +30,39 @@ bool write_all(int fd, const uint8_t *data, uint64_t length, uint64_t offset) no
     return true;
 }
 
-// In place, never a rename: other processes' locks and streams stay on the
-// live inode. Fixed offsets and sizes make a second run harmless.
-int apply_write(const Entry &entry, const uint8_t *data) noexcept {
-    bool created = false;
+// A file that the write left exactly at its final size needs no truncation.
+bool truncate_to_final(int fd, const struct stat &before, const Entry &entry) noexcept {
+    const uint64_t written_end = entry.offset + entry.length;
+    const uint64_t size = std::max(static_cast<uint64_t>(before.st_size), written_end);
+    return size == entry.final_size ||
+           io().ftruncate(fd, static_cast<off_t>(entry.final_size)) == 0;
+}
+
+UniqueFd open_target(const Entry &entry, bool &created) noexcept {
     UniqueFd fd(io().open(entry.path, kTargetFlags, 0));
     if (!fd && errno == ENOENT && entry.may_create != 0) {
         fd.reset(io().open(entry.path, kTargetFlags | O_CREAT, kCreateMode));
         created = true;
     }
-    struct stat st;
-    if (fd && (::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_nlink > 1)) {
+    return fd;
+}
+
+// In place, never a rename: other processes' locks and streams stay on the
+// live inode. Fixed offsets and sizes make a second run harmless.
+int apply_write(const Entry &entry, const uint8_t *data, const Held &held) noexcept {
+    bool created = false;
+    const bool is_held = held.fd >= 0 && std::strcmp(held.path, entry.path) == 0;
+    const UniqueFd opened = is_held ? UniqueFd() : open_target(entry, created);
+    const int fd = is_held ? held.fd : opened.get();
+    struct stat st {};
+    if (fd >= 0 && (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_nlink > 1)) {
         errno = EPERM;
         return -1;
     }
-    if (!fd || !write_all(fd.get(), data, entry.length, entry.offset) ||
-        io().ftruncate(fd.get(), static_cast<off_t>(entry.final_size)) != 0 ||
-        io().fsync(fd.get()) != 0) {
+    if (fd < 0 || !write_all(fd, data, entry.length, entry.offset) ||
+        !truncate_to_final(fd, st, entry) || io().fsync(fd) != 0) {
         return -1;
     }
-    fd.reset();
     return created ? sync_parent_directory(entry.path) : 0;
 }
 
@@ -60,11 +75,11 @@ int apply_unlink(const Entry &entry) noexcept {
 
 }  // namespace
 
-int apply(const View &view) noexcept {
+int apply(const View &view, Held held) noexcept {
     const uint8_t *data = view.data;
     for (std::size_t i = 0; i < view.count; ++i) {
         const Entry &entry = view.entries[i];
-        const int rc = entry.kind == kWrite ? apply_write(entry, data) : apply_unlink(entry);
+        const int rc = entry.kind == kWrite ? apply_write(entry, data, held) : apply_unlink(entry);
         if (rc != 0) {
             return -1;
         }

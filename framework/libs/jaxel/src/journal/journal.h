@@ -28,6 +28,10 @@ public:
     void write_at(const char *path, uint64_t offset, const void *data, std::size_t len,
                   uint64_t final_size) noexcept;
     void remove(const char *path) noexcept;
+    // path is open for update in fd (open_regular_for_update, checked there):
+    // the commit writes it through fd, which stays the caller's, instead of
+    // checking and opening it again.
+    void hold(const char *path, int fd) noexcept;
 
     // Room inside the buffer the record is written from for the data of a
     // record of entry_count entries, in table order: content built there and
@@ -56,6 +60,8 @@ private:
     GPtr<uint8_t> reserved_;
     std::size_t reserved_entries_ = 0;
     std::size_t reserved_len_ = 0;
+    const char *held_path_ = nullptr;
+    int held_fd_ = -1;
 };
 
 // Finishes a record left for path by a crashed call: a valid one is applied

@@ -67,8 +67,14 @@ bool decode(const uint8_t *buf, std::size_t len, View &out) noexcept;
 // The view of a record this process just encoded; nothing is checked.
 View view_of(const uint8_t *buf) noexcept;
 
+// A target the caller holds open for update, written through its descriptor.
+struct Held {
+    const char *path = nullptr;
+    int fd = -1;
+};
+
 // Writes every entry of the view in place; 0, or -1 with errno.
-int apply(const View &view) noexcept;
+int apply(const View &view, Held held = {}) noexcept;
 
 // A failed apply worth keeping the record for: the file system may recover
 // from it, while a target that cannot be reached never will.

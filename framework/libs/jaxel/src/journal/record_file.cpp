@@ -16,22 +16,29 @@ constexpr int kRecordFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
 
 // The last directory resolved by this thread: resolving walks every component
 // of the path, while checking that the directory is still the same one takes a
-// single stat.
+// single stat, and within one call (the pending check, then the commit) not
+// even that.
 struct ResolvedDir {
     Path spelled;
     Path resolved;
     dev_t dev = 0;
     ino_t ino = 0;
+    uint64_t hold = 0;
 };
 
 bool resolve_dir(const char *dir, Path &out) noexcept {
     thread_local ResolvedDir last;
+    const bool same_spelling = std::strcmp(last.spelled.c_str(), dir) == 0;
+    if (same_spelling && last.hold != 0 && last.hold == library_hold()) {
+        out = last.resolved;
+        return true;
+    }
     struct stat st;
     if (::stat(dir, &st) != 0) {
         return false;
     }
-    if (std::strcmp(last.spelled.c_str(), dir) == 0 && last.dev == st.st_dev &&
-        last.ino == st.st_ino) {
+    if (same_spelling && last.dev == st.st_dev && last.ino == st.st_ino) {
+        last.hold = library_hold();
         out = last.resolved;
         return true;
     }
@@ -39,7 +46,7 @@ bool resolve_dir(const char *dir, Path &out) noexcept {
     if (::realpath(dir, resolved) == nullptr) {
         return false;
     }
-    last = {make_path({dir}), make_path({resolved}), st.st_dev, st.st_ino};
+    last = {make_path({dir}), make_path({resolved}), st.st_dev, st.st_ino, library_hold()};
     out = last.resolved;
     return true;
 }

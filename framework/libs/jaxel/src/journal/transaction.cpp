@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -46,9 +47,11 @@ UniqueFd open_empty_record(const char *record) noexcept {
 
 // A link, FIFO, device or second hard link where a target belongs would carry
 // the write to a file the library does not own.
-bool targets_are_plain(const Transaction::Entry *entries, std::size_t count) noexcept {
+bool targets_are_plain(const Transaction::Entry *entries, std::size_t count,
+                       const char *held) noexcept {
     for (std::size_t i = 0; i < count; ++i) {
-        if (entries[i].is_write && is_odd_node(entries[i].path)) {
+        const bool checked = held != nullptr && std::strcmp(held, entries[i].path) == 0;
+        if (entries[i].is_write && !checked && is_odd_node(entries[i].path)) {
             errno = EPERM;
             return false;
         }
@@ -84,6 +87,11 @@ uint8_t *Transaction::reserve(std::size_t entry_count, std::size_t data_len) noe
     return reserved_ ? reserved_.get() + head : nullptr;
 }
 
+void Transaction::hold(const char *path, int fd) noexcept {
+    held_path_ = path;
+    held_fd_ = fd;
+}
+
 void Transaction::remove(const char *path) noexcept {
     if (count_ == kMaxEntries) {
         overflow_ = true;
@@ -97,7 +105,7 @@ int Transaction::commit() noexcept {
         errno = EINVAL;
         return -1;
     }
-    if (!targets_are_plain(entries_, count_)) {
+    if (!targets_are_plain(entries_, count_, held_path_)) {
         return -1;
     }
     std::size_t len = 0;
@@ -118,7 +126,7 @@ int Transaction::commit() noexcept {
         errno = error;
         return -1;
     }
-    if (redo::apply(redo::view_of(buf.get())) != 0) {
+    if (redo::apply(redo::view_of(buf.get()), {held_path_, held_fd_}) != 0) {
         const int error = errno;
         if (!redo::worth_retrying(error)) {
             (void)redo::remove_record(record.c_str());

@@ -173,7 +173,7 @@ TEST_F(OpsTest, ArgumentCodesLockWaitsRebootRefusalAndFailedSteps) {
         {write, kWrite, 1, 0, "fwrite m_d failed.", "old", "old"},
         {write, kFsync, 1, 0, "fwrite m_d failed.", "old", "old"},
         {write, kFsync, 2, 0, "fwrite m_d failed.", "old", "old"},
-        {write, kFtruncate, 1, 0, "fwrite m_d failed.", "oldabc", "old"},
+        {write, kPwrite, 2, 0, "fwrite m_d failed.", "oldabc", "old"},
         {insert, kFsync, 3, JX_ERR_WRITE, "fwrite m_d failed.", "oldab", "old"},
         {add, kWrite, 1, 0, "fwrite m_p (sz 1 count 3) failed: wcnt 0 errno " EIO_P, "old", {}},
         {add, kFsync, 3, 0, "fwrite m_p (sz 1 count 3) failed: wcnt 0 errno " EIO_P, "oldabc", {}},
