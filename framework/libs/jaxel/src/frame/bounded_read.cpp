@@ -55,8 +55,8 @@ bool is_odd_node(const char *path) noexcept {
 namespace {
 
 GError *leads_out_error(const char *path) {
-    return g_error_new(G_FILE_ERROR, G_FILE_ERROR_PERM, "“%s” leads out of %s",
-                       shown(path).get(), kUlxDir);
+    return g_error_new(G_FILE_ERROR, G_FILE_ERROR_PERM, "“%s” leads out of %s", shown(path).get(),
+                       kUlxDir);
 }
 
 int checked_regular(UniqueFd fd, const char *path, GError **error, off_t *size) noexcept {
