@@ -1,7 +1,9 @@
 // The atomic floor of a protected append, with raw calls: what any write that
-// survives power loss must do at least. Compare with BM_ProtectedAppend (the
-// library) and BM_ProtectedAppendFloor (the same without the redo record).
+// survives power loss through a redo record must do at least. Compare with
+// BM_ProtectedAppend (the library) and BM_ProtectedAppendFloor (the same
+// without the redo record).
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -37,10 +39,25 @@ bool write_synced(const char *path, int flags, const iovec *parts, int count) {
     return ::close(fd) == 0 && ok;
 }
 
-// Old content, two digests of the new, the record made durable (one write,
-// its fsync, its directory's fsync), the side file, the in-place rewrite, and
-// the record removed.
+// The record as every call keeps it: looked for before anything else (a crash
+// may have left one), then made in a fresh file that is locked and seen to be
+// still linked, written with one call and synced with its directory, and
+// unlinked once the targets hold the new state.
+bool record_locked(int fd, const char *record) {
+    struct stat held {};
+    struct stat named {};
+    return fd >= 0 && ::flock(fd, LOCK_EX) == 0 && ::fstat(fd, &held) == 0 &&
+           ::stat(record, &named) == 0 && held.st_ino == named.st_ino;
+}
+
+// Old content, two digests of the new, the record made durable, the side
+// file, the in-place rewrite, and the record removed.
 bool atomic_append_floor(int fd, const std::string &path, std::vector<char> &content) {
+    const std::string record = std::string(kRecordDir) + "/floor";
+    struct stat pending {};
+    if (::stat(record.c_str(), &pending) == 0) {
+        return false;
+    }
     const off_t old_len = ::lseek(fd, 0, SEEK_END);
     content.resize(static_cast<std::size_t>(old_len) + kAppendedLen);
     if (::pread(fd, content.data(), static_cast<std::size_t>(old_len), 0) != old_len) {
@@ -57,15 +74,17 @@ bool atomic_append_floor(int fd, const std::string &path, std::vector<char> &con
         std::snprintf(side + 2 * i, 3, "%02x", md[i]);
     }
     char head[kRecordHead] = {};
-    const std::string record = std::string(kRecordDir) + "/floor";
     const iovec parts[] = {{head, sizeof head}, {content.data(), content.size()}, {side, 65}};
-    return digest(head, sizeof head, md) && write_synced(record.c_str(), kNew, parts, 3) &&
-           write_synced(kRecordDir, O_RDONLY | O_DIRECTORY, parts, 0) &&
-           write_synced((path + ".sha256").c_str(), kNew, &parts[2], 1) &&
-           ::pwrite(fd, content.data(), content.size(), 0) ==
-               static_cast<ssize_t>(content.size()) &&
-           ::ftruncate(fd, static_cast<off_t>(content.size())) == 0 && ::fsync(fd) == 0 &&
-           ::unlink(record.c_str()) == 0;
+    const int record_fd = ::open(record.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const bool done =
+        record_locked(record_fd, record.c_str()) && digest(head, sizeof head, md) &&
+        ::writev(record_fd, parts, 3) > 0 && ::fsync(record_fd) == 0 &&
+        write_synced(kRecordDir, O_RDONLY | O_DIRECTORY, parts, 0) &&
+        write_synced((path + ".sha256").c_str(), kNew, &parts[2], 1) &&
+        ::pwrite(fd, content.data(), content.size(), 0) == static_cast<ssize_t>(content.size()) &&
+        ::ftruncate(fd, static_cast<off_t>(content.size())) == 0 && ::fsync(fd) == 0 &&
+        ::unlink(record.c_str()) == 0;
+    return ::close(record_fd) == 0 && done;
 }
 
 void BM_ProtectedAppendAtomicFloor(benchmark::State &state) {

@@ -24,11 +24,12 @@ bool fail(GError **error, int code, gchar *message) {
 
 GPtr<gchar> shown(const char *path) { return GPtr<gchar>(g_filename_display_name(path)); }
 
-// Reads until `want` bytes are in or the file ends early.
+// Reads from the start until `want` bytes are in or the file ends early; the
+// descriptor's offset, which a stream may rely on, is left alone.
 bool read_upto(int fd, gchar *buf, std::size_t want, std::size_t &got) {
     got = 0;
     while (got < want) {
-        const ssize_t n = ::read(fd, buf + got, want - got);
+        const ssize_t n = ::pread(fd, buf + got, want - got, static_cast<off_t>(got));
         if (n < 0 && errno == EINTR) {
             continue;
         }

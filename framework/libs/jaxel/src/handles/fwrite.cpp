@@ -56,23 +56,51 @@ bool log_unread(const char *path, GError *raw) noexcept {
     return false;
 }
 
-// The old content's descriptor and length, checked as a whole-file read checks
-// them. It is opened for update, so that the commit writes through it; a file
-// that cannot be opened so (no write access, a link) is read as before and
-// left to the commit to judge.
-bool open_old_content(const char *path, UniqueFd &fd, uint64_t &len, bool &held) noexcept {
-    GError *error = nullptr;
-    off_t size = 0;
-    fd.reset(open_regular_for_update(path, &error, &size));
-    held = static_cast<bool>(fd);
-    if (!fd && error == nullptr) {
-        fd.reset(open_regular_reporting(path, &error, &size));
+// Where the old content is read from; `fd` is either `owned` or the stream's.
+struct OldContent {
+    UniqueFd owned;
+    int fd = -1;
+    uint64_t len = 0;
+    bool held = false;  // the commit may write through fd
+};
+
+// A stream that reads and writes without appending has the file itself open:
+// its descriptor serves the read and the commit once the path is seen to
+// name that same file, not a link, FIFO or second hard link.
+bool use_stream_descriptor(const JxFile *stream, OldContent &old) noexcept {
+    const char *mode = stream->mode;
+    struct stat held;
+    struct stat named;
+    if ((mode[0] != 'r' && mode[0] != 'w') || std::strchr(mode, '+') == nullptr ||
+        ::fstat(stream->file_no, &held) != 0 || ::lstat(stream->file_path, &named) != 0 ||
+        held.st_dev != named.st_dev || held.st_ino != named.st_ino || !S_ISREG(named.st_mode) ||
+        named.st_nlink > 1) {
+        return false;
     }
-    if (!fd) {
-        return log_unread(path, error);
+    old = {UniqueFd(), stream->file_no, static_cast<uint64_t>(held.st_size), true};
+    return true;
+}
+
+// Otherwise the file is opened for update, so that the commit writes through
+// it; one that cannot be opened so (no write access, a link) is read as before
+// and left to the commit to judge. Checked as a whole-file read checks it.
+bool open_old_content(const JxFile *stream, OldContent &old) noexcept {
+    const char *path = stream->file_path;
+    if (!use_stream_descriptor(stream, old)) {
+        GError *error = nullptr;
+        off_t size = 0;
+        old.owned.reset(open_regular_for_update(path, &error, &size));
+        old.held = static_cast<bool>(old.owned);
+        if (!old.owned && error == nullptr) {
+            old.owned.reset(open_regular_reporting(path, &error, &size));
+        }
+        if (!old.owned) {
+            return log_unread(path, error);
+        }
+        old.fd = old.owned.get();
+        old.len = static_cast<uint64_t>(size);
     }
-    len = static_cast<uint64_t>(size);
-    return len <= UINT32_MAX ||
+    return old.len <= UINT32_MAX ||
            log_unread(path,
                       g_error_new_literal(G_FILE_ERROR, G_FILE_ERROR_FAILED, "file too large"));
 }
@@ -81,14 +109,12 @@ bool open_old_content(const char *path, UniqueFd &fd, uint64_t &len, bool &held)
 // read straight into the record buffer, so a large write needs one buffer and
 // no copy. Room is left after it for the side file. `end` is where the new
 // bytes stop.
-char *build_in_record(const WriteRequest &request, Transaction &transaction, UniqueFd &fd,
+char *build_in_record(const WriteRequest &request, Transaction &transaction, OldContent &old,
                       uint64_t &len, uint64_t &end) noexcept {
     JxFile *stream = request.stream;
-    uint64_t old_len = 0;
     uint64_t position = 0;
-    bool held = false;
-    if ((!request.rolled && !open_old_content(stream->file_path, fd, old_len, held)) ||
-        !write_position(stream, old_len, position)) {
+    if ((!request.rolled && !open_old_content(stream, old)) ||
+        !write_position(stream, old.len, position)) {
         return nullptr;
     }
     const uint64_t count = static_cast<uint64_t>(request.size) * request.n;
@@ -99,19 +125,20 @@ char *build_in_record(const WriteRequest &request, Transaction &transaction, Uni
         return nullptr;
     }
     auto *content = reinterpret_cast<char *>(
-        transaction.reserve(2, std::max(old_len, position + count) + kChecksumFileSize));
+        transaction.reserve(2, std::max(old.len, position + count) + kChecksumFileSize));
     if (content == nullptr) {
         JX_LOG("g_malloc0 failed.");
         return nullptr;
     }
     GError *error = nullptr;
     std::size_t got = 0;
-    if (fd && !read_regular_into(fd.get(), stream->file_path, content, old_len, got, &error)) {
+    if (old.fd >= 0 &&
+        !read_regular_into(old.fd, stream->file_path, content, old.len, got, &error)) {
         log_unread(stream->file_path, error);
         return nullptr;
     }
-    if (held) {
-        transaction.hold(stream->file_path, fd.get());
+    if (old.held) {
+        transaction.hold(stream->file_path, old.fd);
     }
     position = appends(stream) ? got : position;  // a file cut short under us ends earlier
     end = position + count;
@@ -130,10 +157,10 @@ int32_t protected_write(const WriteRequest &request) noexcept {
         return 0;
     }
     Transaction transaction;
-    UniqueFd old_content;  // outlives the commit, which may write through it
+    OldContent old;  // outlives the commit, which may write through it
     uint64_t len = 0;
     uint64_t end = 0;
-    const char *content = build_in_record(request, transaction, old_content, len, end);
+    const char *content = build_in_record(request, transaction, old, len, end);
     if (content == nullptr) {
         return 0;
     }
