@@ -127,4 +127,32 @@ TEST_F(SandboxTest, LinksInsideAreFollowedLinksOutAndHardLinksAreRefused) {
     EXPECT_EQ(read_file(log_path + ".real"), "x");
 }
 
+// A protected write goes through the descriptor it read from: never to a file
+// the path no longer names, never out through a directory swapped for a link.
+TEST_F(SandboxTest, ProtectedWritesLandInTheFileThePathNamesInside) {
+    ASSERT_EQ(register_items("app", {item_cfg("d", JX_PROTECT_E)}), 0);
+    const std::string at = kP + "app_d";
+    const auto replace = [&] {
+        ASSERT_EQ(unlink(at.c_str()), 0);
+        write_file(at, "fresh");
+        write_file(at + ".sha256", side_file_text("fresh"));
+    };
+    const auto swap_dir = [] {
+        ASSERT_EQ(rename("/opt/ulx/pram", "/opt/ulx/was") + mkdir("/opt/away", 0755), 0);
+        write_file("/opt/away/app_d", "away");
+        ASSERT_EQ(symlink("/opt/away", "/opt/ulx/pram"), 0);
+    };
+    const std::tuple<const char *, std::function<void()>, int, std::string, std::string> rows[] = {
+        {"r+", replace, 3, at, "newsh"}, {"a", swap_dir, 0, "/opt/away/app_d", "away"}};
+    for (const auto &[mode, change, written, path, content] : rows) {
+        write_file(at, "");
+        write_file(at + ".sha256", side_file_text(""));
+        const Handle handle = open_handle("d", mode);
+        ASSERT_NE(handle, nullptr) << mode;
+        change();
+        EXPECT_EQ(write_text(handle.get(), "new"), written) << mode;
+        EXPECT_EQ(read_file(path), content) << mode;
+    }
+}
+
 }  // namespace
