@@ -9,20 +9,20 @@
 namespace jx::test {
 namespace {
 
+// The writer tells of its commit on one pipe and waits on the other.
 int g_committed = -1, g_release = -1;
-bool g_waited = false;
+bool g_waited = false, g_released = false;
 
 // In the writer: its first in-place write comes right after its commit point.
 // It says so and stops there until it is released.
 ssize_t stopping_pwrite(int fd, const void *data, size_t len, off_t offset) {
     char go = 0;
-    const int committed = std::exchange(g_committed, -1);
-    if (committed >= 0 && (write(committed, "C", 1) != 1 || read(g_release, &go, 1) != 1))
+    if (const int told = std::exchange(g_committed, -1);
+        told >= 0 && (write(told, "C", 1) != 1 || read(g_release, &go, 1) != 1))
         _exit(3);
     return real_io().pwrite(fd, data, len, offset);
 }
 
-bool g_released = false;
 void release_writer() { g_released = g_released || write(g_release, "R", 1) == 1; }
 
 // In the reader: a lock it would have to wait for releases the writer first,
@@ -35,17 +35,14 @@ int releasing_flock(int fd, int operation) {
     return real_io().flock(fd, operation);
 }
 
-void releasing_delay(uint32_t units) {
-    release_writer();
-    real_io().delay(units);
-}
+void releasing_delay(uint32_t units) { release_writer(), real_io().delay(units); }
 
 // A writer stopped right after its commit point holds its record: another
 // process's start-up leaves record and file alone, and its open waits for
 // the writer, then reads the new content.
 TEST_F(SandboxTest, LiveWriterIsSkippedByStartUpAndAwaitedByOpen) {
-    const std::vector items = {item_cfg("w", JX_PROTECT_E)};
-    ASSERT_EQ(register_items("app", items), 0);
+    const JxItemCfg items[] = {item_cfg("w", JX_PROTECT_E)};
+    ASSERT_EQ(register_items("app", {items[0]}), 0);
     ASSERT_EQ(write_text(open_handle("w", "w").get(), "old"), 3);
     const std::string path = tier_path("app", "w"), record = redo_record_path(path.c_str());
     int committed[2], release[2];
@@ -64,7 +61,7 @@ TEST_F(SandboxTest, LiveWriterIsSkippedByStartUpAndAwaitedByOpen) {
     const IoFaults restores_the_seam;
     io().flock = releasing_flock;
     io().delay = releasing_delay;
-    EXPECT_EQ(jx_init_cfg(items.data(), 1, "app"), 0);
+    EXPECT_EQ(jx_init_cfg(items, 1, "app"), 0);
     EXPECT_TRUE(exists(record) && read_file(path) == "old" && !g_waited);
     const Handle reader = open_handle("w", "r");
     char text[8] = {};

@@ -8,13 +8,6 @@ namespace {
 using namespace jx::test;
 const std::string kPram = "/opt/ulx/pram/", kSave = "/opt/ulx/save/";
 
-// "mode owner:group" of a file, the mode in octal.
-std::string access_of(const std::string &path) {
-    const struct stat st = stat_of(path);
-    g_autofree gchar *text = g_strdup_printf("%o %u:%u", st.st_mode & 07777, st.st_uid, st.st_gid);
-    return text;
-}
-
 // A file of user 1000 with the given group and mode.
 int own(const std::string &path, gid_t group, mode_t mode) {
     write_file(path, "x");
