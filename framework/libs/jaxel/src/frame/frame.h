@@ -10,6 +10,7 @@
 #include "frame/module_list.h"
 #include "frame/name_check.h"
 #include "frame/path.h"
+#include "frame/privilege_target.h"
 #include "frame/raii.h"
 #include "frame/sha256.h"
 #include "frame/shell.h"

@@ -27,7 +27,7 @@ int32_t write_side_file(const char *path, const char *digest) noexcept {
         JX_LOG("jx_set_content(sha256) failed: ret=%d.", rc);
         return rc;
     }
-    (void)io().chmod(side.c_str(), S_IRUSR | S_IWUSR);
+    (void)change_mode_of(side.c_str(), S_IRUSR | S_IWUSR);
     return JX_OK;
 }
 

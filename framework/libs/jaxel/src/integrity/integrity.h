@@ -82,7 +82,8 @@ constexpr JxPrivilege make_privilege(uint32_t mode_code, uint32_t group) noexcep
 // The file mode for a mode code: owner read and write, plus the group and
 // other bits the code's octal-looking hex digits name.
 uint32_t create_privilege(uint32_t code) noexcept;
-// Applies the mode and group of `privilege` to an existing file; silent.
+// Applies the mode and group of `privilege` to an existing file; silent but
+// for a refused node (see PrivilegeTarget).
 void set_privilege(const char *path, JxPrivilege privilege) noexcept;
 // Gives target the owner, group and mode of reference.
 int32_t sync_privilege(const char *reference, const char *target) noexcept;

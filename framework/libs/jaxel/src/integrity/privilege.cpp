@@ -39,17 +39,11 @@ void set_privilege(const char *path, JxPrivilege privilege) noexcept {
         (void)JX_REFUSE(0, "path");
         return;
     }
-    // "r+" never creates, and the seam's open refuses a planted link.
-    UniqueStream stream(io().fopen(path, "r+"));
-    if (!stream) {
-        return;
-    }
-    const int fd = fileno(stream.get());
-    if (fd < 0) {
-        return;
-    }
-    if (io().fchmod(fd, create_privilege(privilege_mode_code(privilege))) == 0) {
-        (void)io().fchown(fd, static_cast<uid_t>(-1), privilege_group(privilege));
+    // Read and write access, as "r+" would need; never created.
+    const PrivilegeTarget target(path, O_RDWR);
+    if (target.is_open() &&
+        target.change_mode(create_privilege(privilege_mode_code(privilege))) == 0) {
+        (void)target.change_owner(static_cast<uid_t>(-1), privilege_group(privilege));
     }
 }
 

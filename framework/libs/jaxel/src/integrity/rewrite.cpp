@@ -23,7 +23,7 @@ int32_t commit_with_side_file(const char *path, const void *content, uint32_t le
     if (tier_of(side.c_str()) == Tier::kSave) {
         add_to_write_counter(kCounterSaveBytes, kChecksumFileSize);
     }
-    (void)io().chmod(side.c_str(), S_IRUSR | S_IWUSR);
+    (void)change_mode_of(side.c_str(), S_IRUSR | S_IWUSR);
     return JX_OK;
 }
 

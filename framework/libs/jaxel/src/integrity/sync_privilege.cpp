@@ -21,15 +21,13 @@ int32_t log_failure(const char *call, const char *path, int rc) noexcept {
     return rc;
 }
 
-// The target is examined without following a link: a link planted there must
-// not carry the owner and mode change to another file.
-int32_t examine(const char *reference, const char *target, struct stat &ref,
-                struct stat &tgt) noexcept {
+int32_t examine(const char *reference, const char *target, struct stat &ref) noexcept {
     int rc = ::stat(reference, &ref);
     if (rc != 0) {
         return log_failure("stat", reference, rc);
     }
-    rc = ::lstat(target, &tgt);
+    struct stat tgt;
+    rc = ::stat(target, &tgt);
     if (rc != 0) {
         return log_failure("stat", target, rc);
     }
@@ -37,6 +35,34 @@ int32_t examine(const char *reference, const char *target, struct stat &ref,
         return JX_ERR_PARAM1;
     }
     return S_ISREG(tgt.st_mode) ? JX_OK : JX_ERR_PARAM2;
+}
+
+// The changes go through the target's descriptor, so they land on the file
+// that was compared, never on one swapped in after the check. The logged
+// calls keep the names "chown" and "chmod" that log watchers match.
+int32_t copy_privilege(const struct stat &ref, const PrivilegeTarget &target,
+                       const char *path) noexcept {
+    const struct stat &tgt = target.status();
+    int rc = 0;
+    if (ref.st_uid != tgt.st_uid || ref.st_gid != tgt.st_gid) {
+        rc = target.change_owner(ref.st_uid, ref.st_gid);
+        if (rc != 0) {
+            return log_failure("chown", path, rc);
+        }
+    }
+    if (ref.st_mode != tgt.st_mode) {
+        rc = target.change_mode(ref.st_mode & 07777);
+        if (rc != 0) {
+            return log_failure("chmod", path, rc);
+        }
+    }
+    if (g_str_has_suffix(path, kPackageSuffix)) {
+        rc = target.change_mode(kPackageMode);
+        if (rc != 0) {
+            return log_failure("chmod", path, rc);
+        }
+    }
+    return JX_OK;
 }
 
 }  // namespace
@@ -52,30 +78,15 @@ int32_t sync_privilege(const char *reference, const char *target) noexcept {
         return JX_OK;
     }
     struct stat ref;
-    struct stat tgt;
-    int rc = examine(reference, target, ref, tgt);
+    const int32_t rc = examine(reference, target, ref);
     if (rc != JX_OK) {
         return rc;
     }
-    if (ref.st_uid != tgt.st_uid || ref.st_gid != tgt.st_gid) {
-        rc = io().chown(target, ref.st_uid, ref.st_gid);
-        if (rc != 0) {
-            return log_failure("chown", target, rc);
-        }
+    const PrivilegeTarget opened(target);
+    if (!opened.is_open()) {
+        return opened.refused() ? JX_ERR_PARAM2 : log_failure("open", target, -1);
     }
-    if (ref.st_mode != tgt.st_mode) {
-        rc = io().chmod(target, ref.st_mode & 07777);
-        if (rc != 0) {
-            return log_failure("chmod", target, rc);
-        }
-    }
-    if (g_str_has_suffix(target, kPackageSuffix)) {
-        rc = io().chmod(target, kPackageMode);
-        if (rc != 0) {
-            return log_failure("chmod", target, rc);
-        }
-    }
-    return JX_OK;
+    return copy_privilege(ref, opened, target);
 }
 
 }  // namespace jx

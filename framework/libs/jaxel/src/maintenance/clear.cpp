@@ -78,7 +78,7 @@ int32_t clear_registered(const JxModuleItem &item, const char *path) noexcept {
         remove_relative_package(item.package_path);
     }
     if (rule == SideFileRule::kRefresh) {
-        (void)io().chmod(side.c_str(), S_IRUSR | S_IWUSR);
+        (void)change_mode_of(side.c_str(), S_IRUSR | S_IWUSR);
     } else if (rule == SideFileRule::kUnsupported) {
         JX_LOG("ram_check %s failed: %d.", base_name(path), JX_ERR_PROTECT_MODE);
         return JX_ERR_PROTECT_MODE;

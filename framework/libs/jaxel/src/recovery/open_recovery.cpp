@@ -66,7 +66,7 @@ void apply_registered_privilege(const RegItem *item) noexcept {
     const Path side = side_file_of(item->src);
     share_privilege(item->src, side.c_str());
     if (is_regular_file(side.c_str())) {
-        (void)io().chmod(side.c_str(), S_IRUSR | S_IWUSR);
+        (void)change_mode_of(side.c_str(), S_IRUSR | S_IWUSR);
     }
     for (const char *path : {item->dst, item->bak, item->crc, item->bakcrc}) {
         if (path[0] != '\0') {

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "frame/io.h"
 #include "support/support.h"
 
 namespace {
@@ -9,6 +10,15 @@ namespace {
 using namespace jx::test;
 
 const std::string kP = "/opt/ulx/pram/", kTable = kP + "fsync_reg.ini";
+
+// Runs once, right before the library's next open: the node changes between
+// the library's look at it and its open.
+std::function<void()> g_swap;
+int swapping_open(const char *path, int flags, mode_t mode) {
+    if (const auto swap = std::exchange(g_swap, nullptr))
+        swap();
+    return jx::real_io().open(path, flags, mode);
+}
 
 // Hostile names and paths are refused whole, with a log line that names no
 // "(null)": no group, no file outside its tier, not even for earlier elements.
@@ -88,6 +98,50 @@ TEST_F(SandboxTest, FifosAndDevicesWhereFilesBelongNeverHangAndKeepTheirMode) {
                   0);
         EXPECT_EQ(in_child([&] { return alarm(20), call() == expected ? 0 : 1; }), 0) << node;
         EXPECT_TRUE(node.empty() || link || (stat_of(node).st_mode & 07777) == 0600) << node;
+    }
+}
+
+// Owner, group and mode change only on a regular file of one link that the
+// target resolves to inside /opt/ulx/, also when a link or FIFO is swapped in
+// after the library looked (the alarm turns a hang into a failure).
+TEST_F(SandboxTest, PrivilegesChangeOnlyARegularFileOfOneLinkInside) {
+    const std::string ref = kP + "ref", in = kP + "in", t = kP + "t", out = "/opt/out";
+    write_file(ref, "r");
+    ASSERT_EQ(chown(ref.c_str(), 1000, 1001) | chmod(ref.c_str(), 0640), 0);
+    // At t: f a file, i a link inside, o a link out, h a hard link out, p a FIFO.
+    const auto plant = [&](char kind) {
+        const std::string to = kind == 'i' ? in : out;
+        return unlink(t.c_str()), kind == 'f'   ? (write_file(t, "t"), chmod(t.c_str(), 0600))
+                                  : kind == 'h' ? link(to.c_str(), t.c_str())
+                                  : kind == 'p' ? mkfifo(t.c_str(), 0600)
+                                                : symlink(to.c_str(), t.c_str());
+    };
+    // planted node, node swapped in before the open (0: none), file looked at
+    const std::tuple<char, char, std::string, int> rows[] = {{'f', 0, t, 0},
+                                                             {'i', 0, in, 0},
+                                                             {'o', 0, out, JX_ERR_PARAM2},
+                                                             {'h', 0, out, JX_ERR_PARAM2},
+                                                             {'p', 0, t, JX_ERR_PARAM2},
+                                                             {'f', 'o', out, JX_ERR_PARAM2},
+                                                             {'f', 'p', t, JX_ERR_PARAM2}};
+    for (const auto &[planted, swapped, seen, code] : rows) {
+        for (const std::string &file : {in, out})
+            write_file(file, "x"), chmod(file.c_str(), 0600);
+        ASSERT_EQ(plant(planted), 0);
+        const std::string before = access_of(seen);
+        EXPECT_EQ(in_child([&] {
+                      LogCapture log;
+                      g_swap = [&] { swapped == 0 || plant(swapped); };
+                      jx::io().open = swapping_open;
+                      const int rc = (alarm(20), jx_sync_privilege(ref.c_str(), t.c_str()));
+                      jx_set_privilege(t.c_str(), privilege_of(0x666, 1002));
+                      const std::string lines = testing::PrintToString(log.messages());
+                      return (rc != code) +
+                             2 * ((lines.find(" refused: ") == std::string::npos) == (code != 0));
+                  }),
+                  0)
+            << planted << swapped;
+        EXPECT_EQ(access_of(seen), code == 0 ? "666 1000:1002" : before) << planted << swapped;
     }
 }
 

@@ -3,6 +3,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <glib.h>
+
 namespace jx::test {
 
 JxItemCfg item_cfg(const char *short_name, uint32_t protect_mode, int32_t package_size,
@@ -50,6 +52,12 @@ struct stat stat_of(const std::string &path) {
     struct stat st {};
     (void)stat(path.c_str(), &st);
     return st;
+}
+
+std::string access_of(const std::string &path) {
+    const struct stat st = stat_of(path);
+    g_autofree gchar *text = g_strdup_printf("%o %u:%u", st.st_mode & 07777, st.st_uid, st.st_gid);
+    return text;
 }
 
 }  // namespace jx::test

@@ -36,5 +36,7 @@ int32_t write_text(JxFile *handle, const std::string &text);
 int in_child(const std::function<int()> &body);
 
 struct stat stat_of(const std::string &path);
+// "mode owner:group" of a file, the mode in octal.
+std::string access_of(const std::string &path);
 
 }  // namespace jx::test

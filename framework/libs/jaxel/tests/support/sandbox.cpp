@@ -31,8 +31,8 @@ bool mount_opt() {
 
 bool enter_sandbox() {
     g_in_sandbox = unshare(CLONE_NEWNS) == 0 &&
-                   mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-                   mount_opt() && mount_tmpfs("/dev/shm", "mode=1777");
+                   mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 && mount_opt() &&
+                   mount_tmpfs("/dev/shm", "mode=1777");
     if (!g_in_sandbox) {
         std::perror("cannot enter the private mount namespace with tmpfs over /opt and /dev/shm");
         return false;
