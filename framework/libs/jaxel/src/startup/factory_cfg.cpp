@@ -1,7 +1,9 @@
 #include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "frame/frame.h"
+#include "integrity/integrity.h"
 #include "journal/journal.h"
 #include "recovery/recovery.h"
 #include "safestr.h"
@@ -58,6 +60,43 @@ GPtr<char> copy_command(const char *copy, const char *live) noexcept {
     return command;
 }
 
+// A live file this restore creates may be no more open than its factory copy.
+void narrow_mode(const char *copy, const char *live) noexcept {
+    struct stat from;
+    struct stat to;
+    if (::stat(copy, &from) == 0 && ::stat(live, &to) == 0) {
+        (void)io().chmod(live, from.st_mode & to.st_mode & 07777);
+    }
+}
+
+bool write_live(const char *live, const Content &content) noexcept {
+    Transaction transaction;
+    transaction.write(live, content.data.get(), content.len, true);
+    return transaction.commit() == 0;
+}
+
+// The copy is built aside, then one record puts it in place: a cut never
+// leaves the live file torn. A command that cannot be formed in full is never run.
+int32_t copy_in_place(const char *copy, const char *live) noexcept {
+    const Staging staging(live, "copy");
+    const GPtr<char> command = copy_command(copy, staging.path());
+    if (!command) {
+        return JX_OK;
+    }
+    const bool created = ::access(live, F_OK) != 0;
+    Content content;
+    GErrorPtr error;
+    if (!staging || run_shell(command.get()) != 0 ||
+        !read_whole_file(staging.path(), content, error) || !write_live(live, content)) {
+        JX_LOG("Copy file(%s) failed.", base_name(live));
+        return JX_ERR_COPY;
+    }
+    if (created) {
+        narrow_mode(copy, live);
+    }
+    return JX_OK;
+}
+
 // A file whose paths cannot be formed in full is left as it is, and so is one
 // not named by an absolute path: it would be taken from the caller's directory.
 int32_t restore_file(const char *directory, const char *live) noexcept {
@@ -74,16 +113,13 @@ int32_t restore_file(const char *directory, const char *live) noexcept {
     }
     if (::access(copy.get(), F_OK) != 0) {
         if (::access(live, F_OK) == 0) {
-            (void)io().unlink(live);
+            Transaction transaction;
+            transaction.remove(live);
+            (void)transaction.commit();
         }
         return JX_OK;
     }
-    const GPtr<char> command = copy_command(copy.get(), live);
-    if (command && run_shell(command.get()) != 0) {
-        JX_LOG("Copy file(%s) failed.", base_name(live));
-        return JX_ERR_COPY;
-    }
-    return JX_OK;
+    return copy_in_place(copy.get(), live);
 }
 
 }  // namespace

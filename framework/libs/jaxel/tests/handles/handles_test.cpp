@@ -1,5 +1,6 @@
 #include <cerrno>
 
+#include "journal/journal.h"
 #include "support/support.h"
 
 namespace jx::test {
@@ -23,6 +24,13 @@ std::string tar(const char *flags, const std::string &package) {
     const bool ran = g_spawn_sync(nullptr, const_cast<gchar **>(argv), nullptr, G_SPAWN_SEARCH_PATH,
                                   nullptr, nullptr, &out, nullptr, &status, nullptr);
     return ran && status == 0 ? out : "<failed>";
+}
+
+// Where a roll-over of target builds its archive.
+std::string staged(const char *target) {
+    const std::string record = redo_record_path(target);
+    const std::size_t slash = record.rfind('/') + 1;
+    return record.substr(0, slash) + "." + record.substr(slash) + ".tar.gz";
 }
 
 TEST_F(HandleTest, OpensWritesFlushesAndPacks) {
@@ -103,11 +111,10 @@ TEST_F(HandleTest, OpensWritesFlushesAndPacks) {
             EXPECT_EQ(write(part, static_cast<uint32_t>(std::string(part).size()), 1, handle), 1);
         EXPECT_EQ(read_file(path), "7");
         EXPECT_EQ(jx_wirte_cnt_get(1), items_logged);  // items, not bytes, in this process
-        // Per write its record, the record's directory twice, side file and content
-        // (the third write empties the file in its own record); once the new side
-        // file's directory, then the package and its directory. Log writes are
-        // never synced, only the record that empties the log.
-        EXPECT_EQ(faults.count(Call::kFsync), log_dir ? 4 : 18);
+        // Per write its record, the record's directory twice, side file and content;
+        // once the new side file's directory. The roll-over's record adds the
+        // package and its directory. Log writes are never synced, only that record.
+        EXPECT_EQ(faults.count(Call::kFsync), log_dir ? 6 : 23);
         EXPECT_EQ(tar("-tzf", path + ".tar.gz"), (log_dir ? "md_so_" : "") + file + "\n");
         EXPECT_EQ(tar("-xzOf", path + ".tar.gz"), "123456");
         EXPECT_EQ(stat_of(path + ".tar.gz").st_mode & 07777, 0440u);
@@ -118,9 +125,10 @@ TEST_F(HandleTest, OpensWritesFlushesAndPacks) {
     }
     // While packing fails the file may grow to twice its size, then writes stop;
     // a package that is not on storage does not count.
-    const std::tuple<std::string, Call, int32_t, const char *> failing[] = {
+    const std::tuple<std::string, Call, int32_t, std::string> failing[] = {
         {"abcd", Call::kRun, 1,
-         "exce cmd failed: cd /opt/ulx/pram/;tar -czf app_plain.tar.gz app_plain 2."},
+         "exce cmd failed: cd /opt/ulx/pram/;tar -czf " + staged("/opt/ulx/pram/app_plain") +
+             " app_plain 2."},
         {"abcdefgh", Call::kRun, 0, "jx_package failed: ret -3999979."},
         {"abcdefgh", Call::kFsync, 0, "jx_package failed: ret -3999979."},
     };
@@ -142,8 +150,8 @@ TEST_F(HandleTest, OpensWritesFlushesAndPacks) {
     faults.fail(Call::kRun, 1, ENOENT, true);
     LogCapture log;
     EXPECT_EQ(jx_fwrite_log("ab", 2, 1, logged.get()) + jx_fwrite_log("c", 1, 1, logged.get()), 1);
-    EXPECT_TRUE(log.contains(
-        "exce cmd failed failed: cd /;cp l md_so_l;tar -czf l.tar.gz md_so_l;rm -f md_so_l(1)"));
+    EXPECT_TRUE(log.contains("exce cmd failed failed: cd /;cp l md_so_l;tar -czf " +
+                             staged("/opt/ulx/l") + " md_so_l;rm -f md_so_l(1)"));
 }
 
 }  // namespace

@@ -116,6 +116,16 @@ TEST_F(SandboxTest, LinksInsideAreFollowedLinksOutAndHardLinksAreRefused) {
     const Handle sized = open_handle("k", "a");  // its package is a link out: never packed
     ASSERT_EQ(symlink(out.c_str(), (kP + "app_k.tar.gz").c_str()), 0);
     EXPECT_EQ(write_text(sized.get(), "12") + write_text(sized.get(), "3"), 2);
+    for (const auto linker : {symlink, link}) {  // nor is a log's
+        const std::string log_file = kP + "m", package = log_file + ".tar.gz";
+        write_file(log_file, "12");  // at twice its package size: refused, not written
+        ASSERT_EQ((unlink(package.c_str()), linker(out.c_str(), package.c_str())), 0);
+        JxItemCfg cfg = item_cfg("m", JX_PROTECT_C, 1, log_file.c_str());
+        const Handle log(jx_fopen_log_file(&cfg, "a"), jx_fclose_log_file);
+        LogCapture lines;
+        EXPECT_EQ(jx_fwrite_log("3", 1, 1, log.get()), 0);
+        EXPECT_TRUE(lines.contains("m.tar.gz refused: not a regular file of one link."));
+    }
     EXPECT_EQ(read_file(out) + read_file(real), "outside");
     EXPECT_EQ(stat_of(out).st_mode, mode);
     JxItemCfg cfg = item_cfg("l", JX_PROTECT_C, 0, log_path.c_str());
