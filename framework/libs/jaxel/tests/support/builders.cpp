@@ -1,5 +1,6 @@
 #include "support/builders.h"
 
+#include <glib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -50,6 +51,15 @@ struct stat stat_of(const std::string &path) {
     struct stat st {};
     (void)stat(path.c_str(), &st);
     return st;
+}
+
+std::string tar(const char *flags, const std::string &package) {
+    const char *argv[] = {"tar", flags, package.c_str(), nullptr};
+    g_autofree gchar *out = nullptr;
+    gint status = -1;
+    const bool ran = g_spawn_sync(nullptr, const_cast<gchar **>(argv), nullptr, G_SPAWN_SEARCH_PATH,
+                                  nullptr, nullptr, &out, nullptr, &status, nullptr);
+    return ran && status == 0 ? out : "<failed>";
 }
 
 }  // namespace jx::test

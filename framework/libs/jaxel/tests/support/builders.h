@@ -37,4 +37,7 @@ int in_child(const std::function<int()> &body);
 
 struct stat stat_of(const std::string &path);
 
+// "tar <flags> <package>" run without a shell; its output, or "<failed>".
+std::string tar(const char *flags, const std::string &package);
+
 }  // namespace jx::test
