@@ -83,7 +83,7 @@ void recover_all() noexcept {
         }
         const Path path = make_path({redo::kRecordDir, name});
         const UniqueFd fd = redo::open_locked(path.c_str(), false, false);
-        if (fd && name[0] == '.') {
+        if (fd && std::strchr(name, '.') != nullptr) {
             (void)io().unlink(path.c_str());  // a staging its crashed call left
         } else if (fd) {
             (void)redo::finish(fd.get(), path.c_str());

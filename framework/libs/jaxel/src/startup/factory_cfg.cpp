@@ -43,9 +43,9 @@ GPtr<char> factory_copy_of(const char *directory, const char *live) noexcept {
 }
 
 // Null unless the whole command could be formed: a cut command must never run.
-GPtr<char> copy_command(const char *copy, const char *live) noexcept {
+GPtr<char> copy_command(const char *copy, const char *destination) noexcept {
     const ShellArg from(copy);
-    const ShellArg to(live);
+    const ShellArg to(destination);
     const std::size_t size = std::strlen(from.c_str()) + kPathRoom;
     GPtr<char> command = zeroed_buffer(size);
     if (!command) {
@@ -76,23 +76,24 @@ bool write_live(const char *live, const Content &content) noexcept {
 }
 
 // The copy is built aside, then one record puts it in place: a cut never
-// leaves the live file torn. A command that cannot be formed in full is never run.
-int32_t copy_in_place(const char *copy, const char *live) noexcept {
-    const Staging staging(live, "copy");
+// leaves the live file torn. A command that cannot be formed in full is never
+// run. target is the live file with its links resolved, as cp would follow them.
+int32_t copy_in_place(const char *copy, const char *live, const char *target) noexcept {
+    const Staging staging(target, "copy");
     const GPtr<char> command = copy_command(copy, staging.path());
     if (!command) {
         return JX_OK;
     }
-    const bool created = ::access(live, F_OK) != 0;
+    const bool created = ::access(target, F_OK) != 0;
     Content content;
     GErrorPtr error;
     if (!staging || run_shell(command.get()) != 0 ||
-        !read_whole_file(staging.path(), content, error) || !write_live(live, content)) {
+        !read_whole_file(staging.path(), content, error) || !write_live(target, content)) {
         JX_LOG("Copy file(%s) failed.", base_name(live));
         return JX_ERR_COPY;
     }
     if (created) {
-        narrow_mode(copy, live);
+        narrow_mode(copy, target);
     }
     return JX_OK;
 }
@@ -106,7 +107,9 @@ int32_t restore_file(const char *directory, const char *live) noexcept {
     }
     // A call cut short on the live file is finished first, so it cannot land
     // on top of the restored copy later.
-    (void)recover_pending(live);
+    ResolvedPath resolved;
+    const char *target = resolved_or_given(live, resolved);
+    (void)recover_pending(target);
     const GPtr<char> copy = factory_copy_of(directory, live);
     if (!copy) {
         return JX_OK;
@@ -119,7 +122,7 @@ int32_t restore_file(const char *directory, const char *live) noexcept {
         }
         return JX_OK;
     }
-    return copy_in_place(copy.get(), live);
+    return copy_in_place(copy.get(), live, target);
 }
 
 }  // namespace

@@ -19,7 +19,6 @@ namespace jx::test {
 namespace {
 
 const std::string kWork = "/opt/ulx/pram/app_x", kKeys = "/opt/ulx/pram/app_keys";
-const std::string kLog = "/opt/ulx/pram/lg", kFactory = "/opt/ulx/pram/factory";
 const char kPram[] = "/opt/ulx/pram/blob", kSave[] = "/opt/ulx/save/blob";
 const char kFlash[] = "/opt/ulx/pflash/blob";
 
@@ -57,8 +56,8 @@ int write_back_keys(JxFile *) {
 
 int register_y(JxFile *) { return register_items("app", {item_cfg("y", JX_PROTECT_E)}); }
 
-int log_new(JxFile *) {
-    JxItemCfg cfg = item_cfg("lg", JX_PROTECT_C, 4, kLog.c_str());
+int log_new(JxFile *) {  // x's own file, as a log
+    JxItemCfg cfg = item_cfg("app_x", JX_PROTECT_C, 4, kWork.c_str());
     const Handle log(jx_fopen_log_file(&cfg, "a"), jx_fclose_log_file);
     return jx_fwrite_log("new", 3, 1, log.get()) - 1;
 }
@@ -77,8 +76,8 @@ const Row kCalls[] = {
     {"modify", "r+", [](JxFile *f) { return jx_modify("XY", 2, 0, 1, f); }},
     {"clear", nullptr, [](JxFile *) { return jx_clear_file("x"); }},
     {"rollover", "a", [](JxFile *f) { return write_text(f, "new") - 3; }, "", kWork, 4, "EC"},
-    {"log_rollover", nullptr, log_new, "", kLog, 4, "C"},
-    {"factory_restore", nullptr, [](JxFile *) { return jx_recover_factory_cfg(kFactory.c_str()); },
+    {"log_rollover", nullptr, log_new, "", kWork, 4, "C"},
+    {"factory_restore", nullptr, [](JxFile *) { return jx_recover_factory_cfg("/opt/ulx/save"); },
      nullptr, kWork, 0, "F"},
     {"set_pram", nullptr, set_new<kPram>, nullptr, kPram, 0, "E"},
     {"set_save", nullptr, set_new<kSave>, nullptr, kSave, 0, "E"},
@@ -112,11 +111,8 @@ int set_up(const Row &row) {
     } else if (row.target.ends_with("/blob")) {
         failed |= jx_set_content(row.target.c_str(), "old\n", 4);
     }
-    std::filesystem::create_directory(kFactory);
-    write_file(kFactory + "/app_x", "new");
-    write_file(kLog, "old\n");
-    if (row.mode == JX_PROTECT_F)
-        return failed | (write_file(kWork, "old\n"), 0);
+    if (row.mode == JX_PROTECT_F)  // with its factory copy
+        return failed | (write_file(kWork, "old\n"), write_file("/opt/ulx/save/app_x", "new"), 0);
     return failed | act({"", "a", [](JxFile *f) { return write_text(f, "old\n") - 4; }});
 }
 

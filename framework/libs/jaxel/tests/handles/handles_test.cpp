@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <filesystem>
 
 #include "journal/journal.h"
 #include "support/support.h"
@@ -16,13 +15,6 @@ void on_package(JxModuleItem *item) { g_packed.push_back(item); }
 using HandleTest = SandboxTest;
 
 std::string last(const LogCapture &l) { return l.messages().empty() ? "" : l.messages().back(); }
-
-// Where a roll-over of target builds its archive.
-std::string staged(const char *target) {
-    const std::string record = redo_record_path(target);
-    const std::size_t slash = record.rfind('/') + 1;
-    return record.substr(0, slash) + "." + record.substr(slash) + ".tar.gz";
-}
 
 TEST_F(HandleTest, OpensWritesFlushesAndPacks) {
     ASSERT_EQ(register_items("app", {item_cfg("data", JX_PROTECT_E),
@@ -111,7 +103,7 @@ TEST_F(HandleTest, OpensWritesFlushesAndPacks) {
         EXPECT_EQ(stat_of(path + ".tar.gz").st_mode & 07777, 0440u);
         EXPECT_EQ(g_packed, std::vector<JxModuleItem *>{handle->item});
         EXPECT_FALSE(exists(dir + "/stray") || exists(dir + "/md_so_" + file) ||
-                     !std::filesystem::is_empty("/opt/ulx/pram/.jaxel-redo"));
+                     exists(redo_record_path(path.c_str()) + ".tar.gz"));
         EXPECT_EQ(read_file(path + ".sha256"), log_dir ? "" : side_file_text("7"));
         log_dir ? jx_fclose_log_file(handle) : jx_fclose(handle);
     }
@@ -119,8 +111,8 @@ TEST_F(HandleTest, OpensWritesFlushesAndPacks) {
     // a package that is not on storage does not count.
     const std::tuple<std::string, Call, int32_t, std::string> failing[] = {
         {"abcd", Call::kRun, 1,
-         "exce cmd failed: cd /opt/ulx/pram/;tar -czf " + staged("/opt/ulx/pram/app_plain") +
-             " app_plain 2."},
+         "exce cmd failed: cd /opt/ulx/pram/;tar -czf " +
+             redo_record_path("/opt/ulx/pram/app_plain") + ".tar.gz app_plain 2."},
         {"abcdefgh", Call::kRun, 0, "jx_package failed: ret -3999979."},
         {"abcdefgh", Call::kFsync, 0, "jx_package failed: ret -3999979."},
     };
@@ -143,7 +135,7 @@ TEST_F(HandleTest, OpensWritesFlushesAndPacks) {
     LogCapture log;
     EXPECT_EQ(jx_fwrite_log("ab", 2, 1, logged.get()) + jx_fwrite_log("c", 1, 1, logged.get()), 1);
     EXPECT_TRUE(log.contains("exce cmd failed failed: cd /;cp l md_so_l;tar -czf " +
-                             staged("/opt/ulx/l") + " md_so_l;rm -f md_so_l(1)"));
+                             redo_record_path("/opt/ulx/l") + ".tar.gz md_so_l;rm -f md_so_l(1)"));
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "support/builders.h"
 
-#include <glib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
