@@ -75,7 +75,7 @@ const Row kCalls[] = {
     {"delete", "r+", [](JxFile *f) { return jx_delete(2, 0, f); }},
     {"modify", "r+", [](JxFile *f) { return jx_modify("XY", 2, 0, 1, f); }},
     {"clear", nullptr, [](JxFile *) { return jx_clear_file("x"); }},
-    {"rollover", "a", [](JxFile *f) { return write_text(f, "new") - 3; }, "", kWork, 4, "EC"},
+    {"rollover", "a", [](JxFile *f) { return write_text(f, "new") - 3; }, "", kWork, 4, "ESPRC"},
     {"log_rollover", nullptr, log_new, "", kWork, 4, "C"},
     {"factory_restore", nullptr, [](JxFile *) { return jx_recover_factory_cfg("/opt/ulx/save"); },
      nullptr, kWork, 0, "F"},
