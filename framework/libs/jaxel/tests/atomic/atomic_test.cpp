@@ -112,7 +112,7 @@ int set_up(const Row &row) {
         failed |= jx_set_content(row.target.c_str(), "old\n", 4);
     }
     if (row.mode == JX_PROTECT_F)  // with its factory copy
-        return failed | (write_file(kWork, "old\n"), write_file("/opt/ulx/save/app_x", "new"), 0);
+        return write_file(kWork, "old\n"), write_file("/opt/ulx/save/app_x", "new"), failed;
     return failed | act({"", "a", [](JxFile *f) { return write_text(f, "old\n") - 4; }});
 }
 
