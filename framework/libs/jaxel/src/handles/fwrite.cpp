@@ -113,8 +113,7 @@ char *build_in_record(const WriteRequest &request, Transaction &transaction, Old
                       uint64_t &len, uint64_t &end) noexcept {
     JxFile *stream = request.stream;
     uint64_t position = 0;
-    if ((!request.rolled && !open_old_content(stream, old)) ||
-        !write_position(stream, old.len, position)) {
+    if (!open_old_content(stream, old) || !write_position(stream, old.len, position)) {
         return nullptr;
     }
     const uint64_t count = static_cast<uint64_t>(request.size) * request.n;
@@ -190,7 +189,7 @@ int32_t plain_write(const WriteRequest &request) noexcept {
         log_short_write(request, 0);
         return 0;
     }
-    const uint64_t size = request.rolled ? 0 : static_cast<uint64_t>(st.st_size);
+    const uint64_t size = static_cast<uint64_t>(st.st_size);
     if (!write_position(stream, size, position)) {
         log_short_write(request, 0);
         return 0;
@@ -206,14 +205,8 @@ int32_t plain_write(const WriteRequest &request) noexcept {
     return static_cast<int32_t>(request.n);
 }
 
-// A rolled-over file is emptied by the write itself, so the callback comes after it.
 int32_t write_by_protect_mode(const WriteRequest &request) noexcept {
-    const int32_t written =
-        is_protected(request.stream) ? protected_write(request) : plain_write(request);
-    if (request.rolled && written == static_cast<int32_t>(request.n)) {
-        tell_rolled_over(request.stream);
-    }
-    return written;
+    return is_protected(request.stream) ? protected_write(request) : plain_write(request);
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ namespace {
 
 // Whether the write may go on. A file that has reached its package size is
 // rolled over first; while that fails it may still grow to twice the size.
-bool passes_size_check(JxFile *stream, Packager packager, int32_t &refusal, bool &rolled) noexcept {
+bool passes_size_check(JxFile *stream, Packager packager, int32_t &refusal) noexcept {
     const int32_t limit = stream->item != nullptr ? stream->item->package_size : 0;
     if (limit == 0) {
         return true;
@@ -26,7 +26,6 @@ bool passes_size_check(JxFile *stream, Packager packager, int32_t &refusal, bool
         return true;
     }
     const int32_t rc = packager(stream);
-    rolled = rc == JX_OK;
     if (rc == JX_OK || size < 2 * static_cast<int64_t>(limit)) {
         return true;
     }
@@ -70,11 +69,10 @@ int32_t locked_handle_write(const WriteRequest &request, Packager packager,
     FileOperationLock lock(request.stream->file_no);
     (void)recover_pending(request.stream->file_path);
     int32_t refusal = 0;
-    WriteRequest checked = request;
-    if (!passes_size_check(request.stream, packager, refusal, checked.rolled)) {
+    if (!passes_size_check(request.stream, packager, refusal)) {
         return refusal;
     }
-    return body(checked);
+    return body(request);
 }
 
 void log_short_write(const WriteRequest &request, std::size_t written) noexcept {

@@ -14,13 +14,10 @@ struct WriteRequest {
     uint32_t size;
     uint32_t n;
     JxFile *stream;
-    // The file was just rolled into its package: the write replaces its old
-    // content instead of adding to it, in the same record.
-    bool rolled = false;
 };
 
-// Rolls the handle's file into its package; 0 or the code that "jx_package
-// failed: ret %d." reports. Runs with both locks held.
+// Rolls the handle's file into its package and empties it; 0 or the code that
+// "jx_package failed: ret %d." reports. Runs with both locks held.
 using Packager = int32_t (*)(JxFile *stream);
 // The write itself, under both locks and after the size check.
 using WriteBody = int32_t (*)(const WriteRequest &request);
@@ -38,12 +35,9 @@ std::size_t write_items(const WriteRequest &request) noexcept;
 // A size-limited file may only be read or appended to; false after logging.
 bool open_mode_allowed(int32_t package_size, const char *mode) noexcept;
 
-// The module file's package "/opt/ulx/pram/" + package_name; the file itself
-// is emptied by the write that follows (WriteRequest::rolled).
+// The module file's package "/opt/ulx/pram/" + package_name.
 int32_t jx_package(JxFile *stream) noexcept;
-// Tells the item's callback that its file was rolled over and emptied.
-void tell_rolled_over(JxFile *stream) noexcept;
-// The log file's package in its package directory; the log is emptied here.
+// The log file's package in its package directory.
 int32_t jx_package_log(JxFile *stream) noexcept;
 
 }  // namespace jx

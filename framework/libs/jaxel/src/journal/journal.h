@@ -64,12 +64,33 @@ private:
     int held_fd_ = -1;
 };
 
+// A private file beside the records where an outside program builds the new
+// content of a target (an archive, a copy) before a transaction carries it
+// over. It is locked while it exists, so start-up removes only what a crash
+// left behind; one left for the same target is reused.
+class Staging {
+public:
+    // kind tells apart the stagings of one target ("tar.gz", "copy").
+    Staging(const char *target, const char *kind) noexcept;
+    ~Staging();
+    Staging(const Staging &) = delete;
+    Staging &operator=(const Staging &) = delete;
+
+    explicit operator bool() const noexcept { return static_cast<bool>(fd_); }
+    const char *path() const noexcept { return path_.c_str(); }
+
+private:
+    Path path_;
+    UniqueFd fd_;
+};
+
 // Finishes a record left for path by a crashed call: a valid one is applied
 // again, an invalid one dropped. Waits while a live call holds it.
 // 0 when nothing is pending any more.
 int recover_pending(const char *path) noexcept;
 
-// Start-up: finishes every record no live process holds.
+// Start-up: finishes every record no live process holds and removes the
+// stagings no live process holds.
 void recover_all() noexcept;
 
 // Where the record for target lives (it need not exist).

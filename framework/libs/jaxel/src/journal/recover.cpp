@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <cstring>
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -76,13 +77,16 @@ void recover_all() noexcept {
         return;
     }
     while (const dirent *entry = readdir(dir)) {
-        if (entry->d_name[0] == '.') {
+        const char *name = entry->d_name;
+        if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) {
             continue;
         }
-        const Path record = make_path({redo::kRecordDir, entry->d_name});
-        const UniqueFd fd = redo::open_locked(record.c_str(), false, false);
-        if (fd) {
-            (void)redo::finish(fd.get(), record.c_str());
+        const Path path = make_path({redo::kRecordDir, name});
+        const UniqueFd fd = redo::open_locked(path.c_str(), false, false);
+        if (fd && std::strchr(name, '.') != nullptr) {
+            (void)io().unlink(path.c_str());  // a staging its crashed call left
+        } else if (fd) {
+            (void)redo::finish(fd.get(), path.c_str());
         }
     }
     closedir(dir);

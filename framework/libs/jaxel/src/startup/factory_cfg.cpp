@@ -1,7 +1,9 @@
 #include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "frame/frame.h"
+#include "integrity/integrity.h"
 #include "journal/journal.h"
 #include "recovery/recovery.h"
 #include "safestr.h"
@@ -41,9 +43,9 @@ GPtr<char> factory_copy_of(const char *directory, const char *live) noexcept {
 }
 
 // Null unless the whole command could be formed: a cut command must never run.
-GPtr<char> copy_command(const char *copy, const char *live) noexcept {
+GPtr<char> copy_command(const char *copy, const char *destination) noexcept {
     const ShellArg from(copy);
-    const ShellArg to(live);
+    const ShellArg to(destination);
     const std::size_t size = std::strlen(from.c_str()) + kPathRoom;
     GPtr<char> command = zeroed_buffer(size);
     if (!command) {
@@ -58,6 +60,44 @@ GPtr<char> copy_command(const char *copy, const char *live) noexcept {
     return command;
 }
 
+// A live file this restore creates may be no more open than its factory copy.
+void narrow_mode(const char *copy, const char *live) noexcept {
+    struct stat from;
+    struct stat to;
+    if (::stat(copy, &from) == 0 && ::stat(live, &to) == 0) {
+        (void)change_mode_of(live, from.st_mode & to.st_mode & 07777);
+    }
+}
+
+bool write_live(const char *live, const Content &content) noexcept {
+    Transaction transaction;
+    transaction.write(live, content.data.get(), content.len, true);
+    return transaction.commit() == 0;
+}
+
+// The copy is built aside, then one record puts it in place: a cut never
+// leaves the live file torn. A command that cannot be formed in full is never
+// run. target is the live file with its links resolved, as cp would follow them.
+int32_t copy_in_place(const char *copy, const char *live, const char *target) noexcept {
+    const Staging staging(target, "copy");
+    const GPtr<char> command = copy_command(copy, staging.path());
+    if (!command) {
+        return JX_OK;
+    }
+    const bool created = ::access(target, F_OK) != 0;
+    Content content;
+    GErrorPtr error;
+    if (!staging || run_shell(command.get()) != 0 ||
+        !read_whole_file(staging.path(), content, error) || !write_live(target, content)) {
+        JX_LOG("Copy file(%s) failed.", base_name(live));
+        return JX_ERR_COPY;
+    }
+    if (created) {
+        narrow_mode(copy, target);
+    }
+    return JX_OK;
+}
+
 // A file whose paths cannot be formed in full is left as it is, and so is one
 // not named by an absolute path: it would be taken from the caller's directory.
 int32_t restore_file(const char *directory, const char *live) noexcept {
@@ -67,23 +107,22 @@ int32_t restore_file(const char *directory, const char *live) noexcept {
     }
     // A call cut short on the live file is finished first, so it cannot land
     // on top of the restored copy later.
-    (void)recover_pending(live);
+    ResolvedPath resolved;
+    const char *target = resolved_or_given(live, resolved);
+    (void)recover_pending(target);
     const GPtr<char> copy = factory_copy_of(directory, live);
     if (!copy) {
         return JX_OK;
     }
     if (::access(copy.get(), F_OK) != 0) {
         if (::access(live, F_OK) == 0) {
-            (void)io().unlink(live);
+            Transaction transaction;
+            transaction.remove(live);
+            (void)transaction.commit();
         }
         return JX_OK;
     }
-    const GPtr<char> command = copy_command(copy.get(), live);
-    if (command && run_shell(command.get()) != 0) {
-        JX_LOG("Copy file(%s) failed.", base_name(live));
-        return JX_ERR_COPY;
-    }
-    return JX_OK;
+    return copy_in_place(copy.get(), live, target);
 }
 
 }  // namespace

@@ -40,8 +40,9 @@ void PrintTo(const Row &row, std::ostream *out) { *out << row.name; }
 
 void on_package(JxModuleItem *) {}
 
-std::vector<JxItemCfg> items_of(const Row &row) {
-    return {item_cfg("x", row.mode, row.package, nullptr, row.package ? on_package : nullptr)};
+std::vector<JxItemCfg> items_of(const Row &row) {  // an F file is named by its path
+    return {item_cfg(row.mode == JX_PROTECT_F ? kWork.c_str() : "x", row.mode, row.package, nullptr,
+                     row.package ? on_package : nullptr)};
 }
 
 int write_back_keys(JxFile *) {
@@ -54,6 +55,12 @@ int write_back_keys(JxFile *) {
 }
 
 int register_y(JxFile *) { return register_items("app", {item_cfg("y", JX_PROTECT_E)}); }
+
+int log_new(JxFile *) {  // x's own file, as a log
+    JxItemCfg cfg = item_cfg("app_x", JX_PROTECT_C, 4, kWork.c_str());
+    const Handle log(jx_fopen_log_file(&cfg, "a"), jx_fclose_log_file);
+    return jx_fwrite_log("new", 3, 1, log.get()) - 1;
+}
 
 template <const char *kPath>
 int set_new(JxFile *) {
@@ -68,7 +75,10 @@ const Row kCalls[] = {
     {"delete", "r+", [](JxFile *f) { return jx_delete(2, 0, f); }},
     {"modify", "r+", [](JxFile *f) { return jx_modify("XY", 2, 0, 1, f); }},
     {"clear", nullptr, [](JxFile *) { return jx_clear_file("x"); }},
-    {"rollover", "a", [](JxFile *f) { return write_text(f, "new") - 3; }, nullptr, kWork, 4, "EC"},
+    {"rollover", "a", [](JxFile *f) { return write_text(f, "new") - 3; }, "", kWork, 4, "ESPRC"},
+    {"log_rollover", nullptr, log_new, "", kWork, 4, "C"},
+    {"factory_restore", nullptr, [](JxFile *) { return jx_recover_factory_cfg("/opt/ulx/save"); },
+     nullptr, kWork, 0, "F"},
     {"set_pram", nullptr, set_new<kPram>, nullptr, kPram, 0, "E"},
     {"set_save", nullptr, set_new<kSave>, nullptr, kSave, 0, "E"},
     {"set_flash", nullptr, set_new<kFlash>, nullptr, kFlash, 0, "E"},
@@ -82,7 +92,7 @@ std::vector<Row> all_rows() {
         for (const char letter : std::string(call.modes)) {
             rows.push_back(call);
             rows.back().name += std::string("_") + letter;
-            rows.back().mode = static_cast<uint32_t>(std::string("RCESP").find(letter));
+            rows.back().mode = static_cast<uint32_t>(std::string("RCESPF").find(letter));
         }
     return rows;
 }
@@ -101,6 +111,8 @@ int set_up(const Row &row) {
     } else if (row.target.ends_with("/blob")) {
         failed |= jx_set_content(row.target.c_str(), "old\n", 4);
     }
+    if (row.mode == JX_PROTECT_F)  // with its factory copy
+        return write_file(kWork, "old\n"), write_file("/opt/ulx/save/app_x", "new"), failed;
     return failed | act({"", "a", [](JxFile *f) { return write_text(f, "old\n") - 4; }});
 }
 
@@ -116,9 +128,9 @@ int run_cut(const Row &row, CrashModel model, int cut, bool call) {
 }
 
 // States in the order a call passes through them, then the faults.
-enum Verdict { kOld, kBetween, kNew, kTorn, kEmpty, kUnopenable, kRecordLeft, kSideFileWrong };
+enum Verdict { kOld, kBetween, kNew, kTorn, kEmpty, kUnopenable, kRecordLeft, kBadSide, kBadPack };
 const char *const kVerdicts[] = {
-    "", "", "", "torn", "empty", "unopenable", "record left", "side file wrong"};
+    "", "", "", "torn", "empty", "unopenable", "record left", "side file wrong", "package wrong"};
 
 bool record_pending() {
     std::error_code err;
@@ -126,7 +138,8 @@ bool record_pending() {
 }
 
 int judge(const Row &row, const std::string &old, const std::string &now) {
-    if (register_items("app", items_of(row)) != JX_OK || !open_handle("x", "r"))
+    if (register_items("app", items_of(row)) != JX_OK ||
+        (row.mode != JX_PROTECT_F && !open_handle("x", "r")))
         return kUnopenable;
     if (record_pending())
         return kRecordLeft;
@@ -134,10 +147,13 @@ int judge(const Row &row, const std::string &old, const std::string &now) {
     for (const std::string &file : {row.target, save, save + ".bak", kWork + ".bak"}) {
         if (exists(file + ".sha256") &&
             read_file(file + ".sha256") != side_file_text(read_file(file))) {
-            return kSideFileWrong;
+            return kBadSide;
         }
     }
     const std::string found = read_file(row.target);
+    // The package holds the old content exactly when the file no longer does.
+    if (row.package && tar("-xzOf", row.target + ".tar.gz") != (found == old ? "<failed>" : old))
+        return kBadPack;
     return found == old                          ? kOld
            : found == now                        ? kNew
            : row.between && found == row.between ? kBetween

@@ -172,13 +172,17 @@ TEST_F(SandboxTest, LinksInsideAreFollowedLinksOutAndHardLinksAreRefused) {
     EXPECT_EQ(write_text(sized.get(), "12") + write_text(sized.get(), "3"), 2);
     EXPECT_EQ(read_file(out) + read_file(real), "outside");
     EXPECT_EQ(stat_of(out).st_mode, mode);
-    JxItemCfg cfg = item_cfg("l", JX_PROTECT_C, 0, log_path.c_str());
-    JxFile *log = (symlink((log_path + ".real").c_str(), cfg.path), jx_fopen_log_file(&cfg, "a"));
+    JxItemCfg cfg = item_cfg("l", JX_PROTECT_C, 1, log_path.c_str());
+    JxFile *log = (symlink((log_path + ".real").c_str(), cfg.path),
+                   link(out.c_str(), (log_path + ".tar.gz").c_str()), jx_fopen_log_file(&cfg, "a"));
     ASSERT_NE(log, nullptr);
     EXPECT_EQ(std::string(log->file_path) + std::to_string(jx_fwrite_log("x", 1, 1, log)),
               log_path + "1");
+    LogCapture lines;  // its package, hard-linked out, is refused: the log grows on
+    EXPECT_EQ(jx_fwrite_log("y", 1, 1, log), 1);
     jx_fclose_log_file(log);
-    EXPECT_EQ(read_file(log_path + ".real"), "x");
+    EXPECT_EQ(read_file(log_path + ".real"), "xy");
+    EXPECT_TRUE(lines.contains("l.tar.gz refused: not a regular file of one link."));
 }
 
 // A protected write goes through the descriptor it read from: never to a file

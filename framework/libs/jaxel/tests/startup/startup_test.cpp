@@ -121,6 +121,7 @@ TEST_F(SandboxTest, FactoryRestoreOfFFiles) {
     const std::string d = "/opt/ulx/f 'x/", q = "a b;touch x", dq = "it's $(touch y)";
     make({{d + q, "1"}, {d + dq, "2"}, {d + "app_c", "3"}, {d + "a", "4"}, {dq, "live"}});
     make({{"gone", "live"}, {"app_c", "live"}, {"b", "live"}, {"old", "live"}});
+    chmod((d + q).c_str(), 0600);  // a live file made from it is no more open
     const std::string at = "/opt/ulx/pram/";
     const std::vector<std::string> files = {at + q,        at + dq,     at + "sub/" + q, at + "old",
                                             at + "absent", at + "no/a", at + "b"};
@@ -133,6 +134,7 @@ TEST_F(SandboxTest, FactoryRestoreOfFFiles) {
     EXPECT_EQ(jx_recover_factory_cfg("/opt/ulx/f 'x"), 0);
     EXPECT_EQ(state({q, dq, "sub/" + q, "old", "gone", "absent", "app_c", "x", "y"}),
               "1 2 1 - live - live - - ");
+    EXPECT_EQ(stat_of(at + q).st_mode & 0777, 0600u);
     ASSERT_EQ(register_items("app", cfg), 0);
     LogCapture log;
     EXPECT_EQ(jx_recover_factory_cfg("/opt/ulx/f 'x"), JX_ERR_COPY);

@@ -60,4 +60,13 @@ std::string access_of(const std::string &path) {
     return text;
 }
 
+std::string tar(const char *flags, const std::string &package) {
+    const char *argv[] = {"tar", flags, package.c_str(), nullptr};
+    g_autofree gchar *out = nullptr;
+    gint status = -1;
+    const bool ran = g_spawn_sync(nullptr, const_cast<gchar **>(argv), nullptr, G_SPAWN_SEARCH_PATH,
+                                  nullptr, nullptr, &out, nullptr, &status, nullptr);
+    return ran && status == 0 ? out : "<failed>";
+}
+
 }  // namespace jx::test

@@ -39,4 +39,7 @@ struct stat stat_of(const std::string &path);
 // "mode owner:group" of a file, the mode in octal.
 std::string access_of(const std::string &path);
 
+// "tar <flags> <package>" run without a shell; its output, or "<failed>".
+std::string tar(const char *flags, const std::string &package);
+
 }  // namespace jx::test
