@@ -149,7 +149,10 @@ int32_t jx_package_log(JxFile *stream) noexcept {
         return JX_ERR_PACKAGE;
     }
     const Path package_path = make_path({directory.c_str(), "/", stream->package_name});
-    if (package_path_refused(package_path.c_str(), stream->package_name)) {
+    // The command's temporary copy is written by cp, which follows a link.
+    const Path copy_path = make_path({directory.c_str(), "/md_so_", stream->file_name});
+    if (package_path_refused(package_path.c_str(), stream->package_name) ||
+        package_path_refused(copy_path.c_str(), base_name(copy_path.c_str()))) {
         return JX_ERR_PACKAGE;
     }
     const Staging staging(stream->file_path, kStagingKind);

@@ -43,22 +43,18 @@ int32_t examine(const char *reference, const char *target, struct stat &ref) noe
 int32_t copy_privilege(const struct stat &ref, const PrivilegeTarget &target,
                        const char *path) noexcept {
     const struct stat &tgt = target.status();
-    int rc = 0;
     if (ref.st_uid != tgt.st_uid || ref.st_gid != tgt.st_gid) {
-        rc = target.change_owner(ref.st_uid, ref.st_gid);
-        if (rc != 0) {
+        if (const int rc = target.change_owner(ref.st_uid, ref.st_gid); rc != 0) {
             return log_failure("chown", path, rc);
         }
     }
     if (ref.st_mode != tgt.st_mode) {
-        rc = target.change_mode(ref.st_mode & 07777);
-        if (rc != 0) {
+        if (const int rc = target.change_mode(ref.st_mode & 07777); rc != 0) {
             return log_failure("chmod", path, rc);
         }
     }
     if (g_str_has_suffix(path, kPackageSuffix)) {
-        rc = target.change_mode(kPackageMode);
-        if (rc != 0) {
+        if (const int rc = target.change_mode(kPackageMode); rc != 0) {
             return log_failure("chmod", path, rc);
         }
     }

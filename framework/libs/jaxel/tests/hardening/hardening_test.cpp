@@ -181,8 +181,15 @@ TEST_F(SandboxTest, LinksInsideAreFollowedLinksOutAndHardLinksAreRefused) {
     LogCapture lines;  // its package, hard-linked out, is refused: the log grows on
     EXPECT_EQ(jx_fwrite_log("y", 1, 1, log), 1);
     jx_fclose_log_file(log);
-    EXPECT_EQ(read_file(log_path + ".real"), "xy");
+    const std::string copied = "/opt/ulx/save/c";  // nor is its temporary copy, planted as a link
+    JxItemCfg copied_cfg = item_cfg("c", JX_PROTECT_C, 1, copied.c_str());
+    JxFile *copying =
+        (symlink(out.c_str(), "/opt/ulx/save/md_so_c"), jx_fopen_log_file(&copied_cfg, "a"));
+    EXPECT_EQ(jx_fwrite_log("x", 1, 1, copying) + jx_fwrite_log("y", 1, 1, copying), 2);
+    jx_fclose_log_file(copying);
+    EXPECT_EQ(read_file(log_path + ".real") + read_file(out), "xyoutside");
     EXPECT_TRUE(lines.contains("l.tar.gz refused: not a regular file of one link."));
+    EXPECT_TRUE(lines.contains("md_so_c refused: not a regular file of one link."));
 }
 
 // A protected write goes through the descriptor it read from: never to a file
