@@ -5,8 +5,12 @@
 
 JOBS=${JOBS:-$(nproc)}
 
+# Each stage's banner tells the time spent since the first banner.
+CI_STARTED=${CI_STARTED:-$(date +%s)}
+export CI_STARTED
 banner() {
-  printf '\n==== %s\n' "$*"
+  spent=$(($(date +%s) - CI_STARTED))
+  printf '\n==== %s (at %dm%02ds)\n' "$*" $((spent / 60)) $((spent % 60))
 }
 
 # usage: logged LOG COMMAND [ARGS...]
