@@ -16,6 +16,8 @@ constexpr int kLogWrites = 20000;
 const std::string kLogLine(100, 'l');
 
 void BM_LogWrite(benchmark::State &state) {
+    // Like every process of the library, this one starts up before it logs.
+    jx::test::register_items("bench", {jx::test::item_cfg("bench.cfg", JX_PROTECT_C)});
     JxItemCfg info = jx::test::item_cfg("bench.log", JX_PROTECT_C);
     info.path = "/opt/ulx/pram/bench.log";
     JxFile *log = jx_fopen_log_file(&info, "w");

@@ -80,6 +80,14 @@ int apply(const View &view, Held held = {}) noexcept;
 // from it, while a target that cannot be reached never will.
 bool worth_retrying(int error) noexcept;
 
+// Makes the record directory durable where it is missing; 0 or -1 with errno.
+int make_record_dir() noexcept;
+
+// True when no record (nor staging file) exists at all, known from one look at
+// the record directory where its size counts its entries (tmpfs). A name that
+// does not exist costs tmpfs a slow lookup each time; the directory does not.
+bool no_record_at_all() noexcept;
+
 // The record file of a target: named from a digest of its canonical path.
 Path record_path(const char *target) noexcept;
 

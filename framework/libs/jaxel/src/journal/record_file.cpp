@@ -5,7 +5,10 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <unistd.h>
+
+#include <linux/magic.h>
 
 #include "journal/record.h"
 
@@ -62,14 +65,6 @@ Path canonical(const char *target) noexcept {
     return make_path({resolved.c_str(), separator, base_name(target)});
 }
 
-// A new directory entry is only durable once its parent is synced.
-int make_record_dir() noexcept {
-    if (io().mkdir(kRecordDir, S_IRWXU) != 0) {
-        return errno == EEXIST ? 0 : -1;
-    }
-    return sync_parent_directory(make_path({kPramDir, "x"}).c_str());
-}
-
 UniqueFd open_record(const char *record, bool create) noexcept {
     UniqueFd fd(io().open(record, kRecordFlags | (create ? O_CREAT : 0), S_IRUSR | S_IWUSR));
     if (!fd && create && errno == ENOENT && make_record_dir() == 0) {
@@ -85,6 +80,29 @@ bool still_linked(int fd, const char *record, struct stat &held) noexcept {
 }
 
 }  // namespace
+
+// A new directory entry is only durable once its parent is synced.
+int make_record_dir() noexcept {
+    if (io().mkdir(kRecordDir, S_IRWXU) != 0) {
+        return errno == EEXIST ? 0 : -1;
+    }
+    return sync_parent_directory(make_path({kPramDir, "x"}).c_str());
+}
+
+bool no_record_at_all() noexcept {
+    // Once per process: whether the working area is a tmpfs, whose directory
+    // sizes count their entries.
+    static const bool sizes_count_entries = [] {
+        struct statfs fs;
+        return ::statfs(kPramDir, &fs) == 0 && fs.f_type == TMPFS_MAGIC;
+    }();
+    constexpr off_t kEmptyTmpfsDirSize = 40;  // "." and "..", 20 bytes each
+    struct stat st;
+    if (::stat(kRecordDir, &st) != 0) {
+        return errno == ENOENT;
+    }
+    return sizes_count_entries && S_ISDIR(st.st_mode) && st.st_size == kEmptyTmpfsDirSize;
+}
 
 Path record_path(const char *target) noexcept {
     const Path name = canonical(target);

@@ -56,7 +56,7 @@ int finish(int fd, const char *record) noexcept {
 namespace jx {
 
 int recover_pending(const char *path) noexcept {
-    if (path == nullptr) {
+    if (path == nullptr || redo::no_record_at_all()) {
         return 0;
     }
     const Path record = redo::record_path(path);
@@ -71,9 +71,12 @@ int recover_pending(const char *path) noexcept {
     return redo::finish(fd.get(), record.c_str());
 }
 
+// The directory is made here when missing, so that every later call finds
+// it: a missing name costs more to look up than one that is there.
 void recover_all() noexcept {
     DIR *dir = opendir(redo::kRecordDir);
     if (dir == nullptr) {
+        (void)redo::make_record_dir();
         return;
     }
     while (const dirent *entry = readdir(dir)) {
