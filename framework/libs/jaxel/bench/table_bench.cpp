@@ -30,8 +30,8 @@ std::vector<JxItemCfg> make_items(const std::string &module, const std::string &
 // each table size registers names of its own and a repeated run adds nothing.
 void BM_OpenClose(benchmark::State &state) {
     std::vector<std::string> names;
-    const auto items =
-        make_items("bench", "g" + std::to_string(state.range(0)), state.range(0), names);
+    const auto items = make_items("bench", std::string("g").append(std::to_string(state.range(0))),
+                                  state.range(0), names);
     if (jx::test::register_items("bench", items) != JX_OK) {
         state.SkipWithError("registration failed");
         return;
@@ -53,7 +53,7 @@ void BM_StartUp(benchmark::State &state) {
     static int round = 0;
     for (auto _ : state) {
         state.PauseTiming();
-        const std::string module = "s" + std::to_string(++round);
+        const std::string module = std::string("s").append(std::to_string(++round));
         std::vector<std::string> names;
         const auto items = make_items(module, module, state.range(0), names);
         jx::test::write_file("/opt/ulx/pram/fsync_reg.ini", "");
