@@ -83,10 +83,45 @@ bool worth_retrying(int error) noexcept;
 // Makes the record directory durable where it is missing; 0 or -1 with errno.
 int make_record_dir() noexcept;
 
-// True when no record (nor staging file) exists at all, known from one look at
-// the record directory where its size counts its entries (tmpfs). A name that
-// does not exist costs tmpfs a slow lookup each time; the directory does not.
+// True when no record exists at all. Known without a system call while the
+// census vouches for it, else from one look at the record directory (which
+// then lets the census vouch again): on tmpfs its size counts its entries.
 bool no_record_at_all() noexcept;
+
+// The census, shared by the processes of one boot through kCensusPath, lets
+// every call skip the pending check without a system call. A record may exist
+// only while the call that made it is in flight or after a mark; a mark is
+// settled once the record directory is seen empty after it.
+inline constexpr char kCensusPath[] = "/opt/ulx/pram/.jaxel-redo.census";
+struct Census;
+
+// True when the census vouches that no record exists; no system call.
+bool census_says_none() noexcept;
+// True while some call is between making its record and removing it, or when
+// there is no census to ask.
+bool census_busy() noexcept;
+// The marks so far: read before looking at the directory, then handed to
+// census_seen_empty when it held no entry.
+uint32_t census_marks() noexcept;
+void census_seen_empty(uint32_t marks_before) noexcept;
+
+// Held by the call that makes a record, from before it exists until it is
+// removed; a record the call could not remove is marked on the way out.
+class RecordInFlight {
+public:
+    RecordInFlight() noexcept;
+    ~RecordInFlight();
+    RecordInFlight(const RecordInFlight &) = delete;
+    RecordInFlight &operator=(const RecordInFlight &) = delete;
+    void gone(bool removed) noexcept { gone_ = removed; }
+
+private:
+    Census *census_;
+    bool gone_ = false;
+};
+
+// Unmaps the census, so the next call maps the file that is there now.
+void forget_census() noexcept;
 
 // The record file of a target: named from a digest of its canonical path.
 Path record_path(const char *target) noexcept;

@@ -2,6 +2,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -89,9 +90,27 @@ int make_record_dir() noexcept {
     return sync_parent_directory(make_path({kPramDir, "x"}).c_str());
 }
 
-bool no_record_at_all() noexcept {
-    // Once per process: whether the working area is a tmpfs, whose directory
-    // sizes count their entries.
+namespace {
+
+bool holds_no_entry(const char *dir) noexcept {
+    DIR *stream = opendir(dir);
+    if (stream == nullptr) {
+        return false;
+    }
+    bool empty = true;
+    while (const dirent *entry = readdir(stream)) {
+        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
+            empty = false;
+            break;
+        }
+    }
+    closedir(stream);
+    return empty;
+}
+
+// On tmpfs a directory's size counts its entries, so one stat tells; elsewhere
+// the directory is read, but only when that can let the census vouch again.
+bool record_dir_empty() noexcept {
     static const bool sizes_count_entries = [] {
         struct statfs fs;
         return ::statfs(kPramDir, &fs) == 0 && fs.f_type == TMPFS_MAGIC;
@@ -101,7 +120,27 @@ bool no_record_at_all() noexcept {
     if (::stat(kRecordDir, &st) != 0) {
         return errno == ENOENT;
     }
-    return sizes_count_entries && S_ISDIR(st.st_mode) && st.st_size == kEmptyTmpfsDirSize;
+    if (!S_ISDIR(st.st_mode)) {
+        return false;
+    }
+    if (sizes_count_entries) {
+        return st.st_size == kEmptyTmpfsDirSize;
+    }
+    return !census_busy() && holds_no_entry(kRecordDir);
+}
+
+}  // namespace
+
+bool no_record_at_all() noexcept {
+    if (census_says_none()) {
+        return true;
+    }
+    const uint32_t marks = census_marks();
+    if (!record_dir_empty()) {
+        return false;
+    }
+    census_seen_empty(marks);
+    return true;
 }
 
 Path record_path(const char *target) noexcept {

@@ -72,13 +72,19 @@ int recover_pending(const char *path) noexcept {
 }
 
 // The directory is made here when missing, so that every later call finds
-// it: a missing name costs more to look up than one that is there.
+// it: a missing name costs more to look up than one that is there. A scan that
+// leaves no entry behind lets the census vouch again.
 void recover_all() noexcept {
+    const uint32_t marks = redo::census_marks();
     DIR *dir = opendir(redo::kRecordDir);
     if (dir == nullptr) {
+        if (errno == ENOENT) {
+            redo::census_seen_empty(marks);
+        }
         (void)redo::make_record_dir();
         return;
     }
+    bool left = false;
     while (const dirent *entry = readdir(dir)) {
         const char *name = entry->d_name;
         if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) {
@@ -87,12 +93,15 @@ void recover_all() noexcept {
         const Path path = make_path({redo::kRecordDir, name});
         const UniqueFd fd = redo::open_locked(path.c_str(), false, false);
         if (fd && std::strchr(name, '.') != nullptr) {
-            (void)io().unlink(path.c_str());  // a staging its crashed call left
-        } else if (fd) {
-            (void)redo::finish(fd.get(), path.c_str());
+            left |= io().unlink(path.c_str()) != 0;  // a staging its crashed call left
+        } else {
+            left |= !fd || redo::finish(fd.get(), path.c_str()) != 0;
         }
     }
     closedir(dir);
+    if (!left) {
+        redo::census_seen_empty(marks);
+    }
 }
 
 std::string redo_record_path(const char *target) { return redo::record_path(target).c_str(); }

@@ -115,6 +115,7 @@ int Transaction::commit() noexcept {
         return -1;
     }
     const Path record = redo::record_path(entries_[0].path);
+    redo::RecordInFlight flight;
     const UniqueFd fd = open_empty_record(record.c_str());
     if (!fd) {
         return -1;
@@ -122,20 +123,20 @@ int Transaction::commit() noexcept {
     if (make_durable(fd.get(), record.c_str(), buf.get(), len) != 0) {
         // Nothing was touched: the old state stays in place and valid.
         const int error = errno;
-        (void)redo::remove_record(record.c_str());
+        flight.gone(redo::remove_record(record.c_str()) == 0);
         errno = error;
         return -1;
     }
     if (redo::apply(redo::view_of(buf.get()), {held_path_, held_fd_}) != 0) {
         const int error = errno;
         if (!redo::worth_retrying(error)) {
-            (void)redo::remove_record(record.c_str());
+            flight.gone(redo::remove_record(record.c_str()) == 0);
         }
         errno = error;
         return -1;  // else the record stays: the next open finishes the call
     }
     // A record that outlives a crash here is applied again, to the same bytes.
-    (void)redo::remove_record(record.c_str());
+    flight.gone(redo::remove_record(record.c_str()) == 0);
     return 0;
 }
 

@@ -270,6 +270,7 @@ TEST(DamagedRecord, IsDroppedByTheOpenAndTheFileLeftAlone) {
                           return 1;
                       std::filesystem::create_directories(path.substr(0, path.rfind('/')));
                       write_file(path, record);
+                      fresh_census();  // the record stands for one from before a power cut
                       return open_handle("x", "r") ? 0 : 2;
                   }),
                   0)

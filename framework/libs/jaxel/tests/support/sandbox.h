@@ -14,6 +14,10 @@ bool enter_sandbox();
 // Empties /opt/ulx and /dev/shm and recreates the tier directories.
 void reset_sandbox();
 
+// What a reboot does to the census that lets calls skip the pending check:
+// the next call of this process starts a new one, which trusts no record.
+void fresh_census();
+
 void write_file(const std::string &path, const std::string &content);
 std::string read_file(const std::string &path);
 bool exists(const std::string &path);
