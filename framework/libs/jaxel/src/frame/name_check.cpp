@@ -114,10 +114,11 @@ bool refuse_outside(const char *path) noexcept {
 
 bool leads_outside(const char *path) noexcept {
     ResolvedPath resolved;
-    if (!has_prefix(path, kUlxDir) || resolved_inside(resolved_or_given(path, resolved))) {
-        return false;
-    }
-    return refuse_outside(path);
+    return has_prefix(path, kUlxDir) && leads_outside(path, resolved_or_given(path, resolved));
+}
+
+bool leads_outside(const char *path, const char *resolved) noexcept {
+    return has_prefix(path, kUlxDir) && !resolved_inside(resolved) && refuse_outside(path);
 }
 
 // One readlink of the descriptor instead of one per component of the path,

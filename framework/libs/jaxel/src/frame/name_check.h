@@ -27,6 +27,8 @@ bool climbs_out(const char *path, const char *area) noexcept;
 // True, after logging, when path lies under /opt/ulx/ but resolves (through a
 // link) to a place outside it: such a path is never written, read or chmod'ed.
 bool leads_outside(const char *path) noexcept;
+// The same, for a path its caller resolved already (resolved_or_given).
+bool leads_outside(const char *path, const char *resolved) noexcept;
 
 // The same test made on the file fd has open, for a path that was opened
 // without following a link at its end.

@@ -10,13 +10,13 @@
 namespace jx {
 
 PrivilegeTarget::PrivilegeTarget(const char *path, int access) noexcept {
-    if (path == nullptr || leads_outside(path)) {
+    ResolvedPath resolved;
+    const char *target = path != nullptr ? resolved_or_given(path, resolved) : nullptr;
+    if (target == nullptr || leads_outside(path, target)) {
         refused_ = true;
         return;
     }
-    ResolvedPath resolved;
-    fd_.reset(io().open(resolved_or_given(path, resolved),
-                        access | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, 0));
+    fd_.reset(io().open(target, access | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, 0));
     // A link at the resolved path was planted after it was resolved.
     const bool link = !fd_ && errno == ELOOP;
     if (link || (fd_ && (::fstat(fd_.get(), &status_) != 0 || !S_ISREG(status_.st_mode) ||

@@ -38,7 +38,7 @@ bool fill_module_names(JxFile *handle, const char *short_name, const char *modul
     file_path_of(short_name, module_name, JX_TIER_PRAM, unresolved, sizeof unresolved);
     ResolvedPath resolved;
     const char *path = resolved_or_given(unresolved, resolved);
-    if (leads_outside(unresolved) || !fits(sizeof handle->file_path, {path})) {
+    if (leads_outside(unresolved, path) || !fits(sizeof handle->file_path, {path})) {
         return false;
     }
     g_strlcpy(handle->file_path, path, sizeof handle->file_path);

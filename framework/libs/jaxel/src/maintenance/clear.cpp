@@ -139,7 +139,7 @@ int32_t clear_module_file(const char *short_name, const char *module_name) noexc
     char unresolved[kResolvedPathSize] = {};
     char resolved[kResolvedPathSize];
     const char *path = resolve_module_file(short_name, module_name, unresolved, resolved);
-    return leads_outside(unresolved) ? JX_ERR_OPEN : clear_registered(*item, path);
+    return leads_outside(unresolved, path) ? JX_ERR_OPEN : clear_registered(*item, path);
 }
 
 int32_t clear_file(const char *short_name) noexcept {
