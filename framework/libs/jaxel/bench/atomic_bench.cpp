@@ -42,7 +42,8 @@ bool write_synced(const char *path, int flags, const iovec *parts, int count) {
 // The record as every call keeps it: looked for before anything else (a crash
 // may have left one), then made in a fresh file that is locked and seen to be
 // still linked, written with one call and synced with its directory, and
-// unlinked once the targets hold the new state.
+// unlinked once the targets hold the new state, durably: a record that came
+// back after a cut would undo later writes that need no record (log lines).
 bool record_locked(int fd, const char *record) {
     struct stat held {};
     struct stat named {};
@@ -83,7 +84,7 @@ bool atomic_append_floor(int fd, const std::string &path, std::vector<char> &con
         write_synced((path + ".sha256").c_str(), kNew, &parts[2], 1) &&
         ::pwrite(fd, content.data(), content.size(), 0) == static_cast<ssize_t>(content.size()) &&
         ::ftruncate(fd, static_cast<off_t>(content.size())) == 0 && ::fsync(fd) == 0 &&
-        ::unlink(record.c_str()) == 0;
+        ::unlink(record.c_str()) == 0 && write_synced(kRecordDir, O_RDONLY | O_DIRECTORY, parts, 0);
     return ::close(record_fd) == 0 && done;
 }
 
