@@ -50,7 +50,8 @@ bool read_boot_id(char out[kBootIdSize]) noexcept {
     return id.fd >= 0 && ::read(id.fd, out, kBootIdSize) == static_cast<ssize_t>(kBootIdSize);
 }
 
-// Only a private file of ours may vouch that no record exists.
+// Only a private file of ours may vouch that no record exists; one of another
+// size (a new one) is sized for the census, whose content is checked next.
 bool trusted(int fd) noexcept {
     struct stat st;
     return fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_nlink == 1 &&
